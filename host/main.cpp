@@ -1,0 +1,141 @@
+// tarvo-service-host: loads a service module, starts it and serves its clients on a
+// Unix socket until SIGTERM or SIGINT.
+#include "frames.h"
+#include "module_loader.h"
+#include "socket_server.h"
+
+#include <bracken/ser.h>
+#include <tarvo/platform.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: tarvo-service-host --module PATH [--root DIR] [--socket PATH]\n"
+    "\n"
+    "Loads the service module at PATH, starts it and serves clients on a Unix socket.\n"
+    "  --module PATH   the service module (a shared library exporting g_service,\n"
+    "                  g_service_proxy and g_service_name)\n"
+    "  --root DIR      the emulated television's root (default: $TARVO_ROOT)\n"
+    "  --socket PATH   the client socket (default: ROOT/run/tarvodatacontrol.sock)\n"
+    "  --help          show this text\n"
+    "Stops on SIGTERM or SIGINT, removing the socket.\n";
+
+struct Options {
+    std::optional<std::string> module;
+    std::optional<std::string> root;
+    std::optional<std::string> socket;
+};
+
+int Fail(const std::string& message) {
+    std::cerr << "tarvo-service-host: " << message << std::endl;
+    return 1;
+}
+
+// Once the module runs, its threads may still be at work: leave without destructors.
+[[noreturn]] void Leave(int code) {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    _exit(code);
+}
+
+// 0 when parsed, -1 for --help, 2 for a usage error.
+int ParseOptions(int argc, char** argv, Options& options) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") return -1;
+        std::optional<std::string>* target = nullptr;
+        if (arg == "--module") {
+            target = &options.module;
+        } else if (arg == "--root") {
+            target = &options.root;
+        } else if (arg == "--socket") {
+            target = &options.socket;
+        } else {
+            std::cerr << "tarvo-service-host: unknown argument \"" << arg << "\"\n" << kUsage;
+            return 2;
+        }
+        if (i + 1 >= argc) {
+            std::cerr << "tarvo-service-host: " << arg << " needs a value\n" << kUsage;
+            return 2;
+        }
+        *target = argv[++i];
+    }
+    if (!options.module || options.module->empty()) {
+        std::cerr << "tarvo-service-host: --module is required\n" << kUsage;
+        return 2;
+    }
+    return 0;
+}
+
+// Start() runs on a thread of its own, as the framework's start thread would.
+bool StartService(bracken::ser::Service* service, std::string& error) {
+    bool started = false;
+    std::thread start([&] {
+        try {
+            started = service->Start();
+            if (!started) error = "the service's Start() returned false";
+        } catch (const std::exception& e) {
+            error = std::string("the service's Start() threw: ") + e.what();
+        } catch (...) {
+            error = "the service's Start() threw an unknown exception";
+        }
+    });
+    start.join();
+    return started;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    const int parsed = ParseOptions(argc, argv, options);
+    if (parsed == -1) {
+        std::cout << kUsage;
+        return 0;
+    }
+    if (parsed != 0) return parsed;
+
+    // Before any platform call: every television path resolves under this root.
+    if (options.root) setenv("TARVO_ROOT", options.root->c_str(), 1);
+    const std::string socket_path =
+        options.socket ? *options.socket : platform_path("/run/tarvodatacontrol.sock");
+
+    // Every thread made from here on inherits this mask; only main waits for the signals.
+    sigset_t stop_signals;
+    sigemptyset(&stop_signals);
+    sigaddset(&stop_signals, SIGTERM);
+    sigaddset(&stop_signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    std::string error;
+    const auto module = tarvo::host::LoadModule(*options.module, error);
+    if (!module) return Fail(error);
+
+    tarvo::host::SocketServer server(tarvo::host::FrameHandler(module->proxy, module->name));
+    bracken::ser::SetNotificationSink(
+        [&server](const Sedge::TCMessage& message) { server.Broadcast(message); });
+
+    if (!StartService(module->service, error)) Leave(Fail(error));
+    if (!server.Open(socket_path, error)) Leave(Fail(error));
+    server.Serve();
+    std::cerr << "tarvo-service-host: serving " << module->name << " on " << socket_path << std::endl;
+
+    int received = 0;
+    while (sigwait(&stop_signals, &received) != 0) {
+    }
+    server.Stop();
+    // The service has no orderly end: its threads live until the process goes.
+    Leave(0);
+}

@@ -1,0 +1,83 @@
+// libcurl set-up shared by the HTTP client and the usage-log client.
+#include "curl_support.h"
+
+#include "runtime_support.h"
+
+#include <tarvo/platform.h>
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstdio>
+#include <mutex>
+
+namespace tarvo {
+namespace platform {
+
+namespace {
+constexpr size_t kDefaultWriteBlock = 16384;
+constexpr long kShortestTimeoutMs = 100;
+}  // namespace
+
+void EnsureCurlReady() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT);
+        if (code != CURLE_OK) {
+            TARVO_PLATFORM_LOG(DLOG_ERROR, "curl_global_init failed: %s", curl_easy_strerror(code));
+        }
+    });
+}
+
+long ScaledTimeoutMs(long ms) {
+    if (ms <= 0) return 0;
+    const double scaled = std::ceil(static_cast<double>(ms) * ScaleFromEnv("TARVO_TIMEOUT_SCALE"));
+    if (scaled < kShortestTimeoutMs) return kShortestTimeoutMs;
+    return static_cast<long>(scaled);
+}
+
+size_t ProfileWriteBlock() {
+    const auto profile = LoadDeviceProfile();
+    if (!profile) return kDefaultWriteBlock;
+    const Json::Value& block = (*profile)["curl"]["write_block"];
+    if (!block.isIntegral()) return kDefaultWriteBlock;
+    const Json::LargestInt value = block.asLargestInt();
+    if (value <= 0) return kDefaultWriteBlock;
+    return static_cast<size_t>(value);
+}
+
+CurlResult ApplyTlsVerification(CURL* handle) {
+    CurlResult result;
+    std::string ca_file;
+    if (const auto profile = LoadDeviceProfile()) {
+        const Json::Value& ca = (*profile)["ca_file"];
+        if (ca.isString()) ca_file = ca.asString();
+    }
+    if (!ca_file.empty()) {
+        struct stat info {};
+        FILE* probe = nullptr;
+        if (stat(ca_file.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
+            (probe = std::fopen(ca_file.c_str(), "rb")) == nullptr) {
+            TARVO_PLATFORM_LOG(DLOG_ERROR, "ca_file %s cannot be read", ca_file.c_str());
+            result.code = CURLE_SSL_CACERT_BADFILE;
+            result.detail = "ca_file " + ca_file + " cannot be read";
+            return result;
+        }
+        std::fclose(probe);
+    }
+    result.code = curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+    if (result.code == CURLE_OK) result.code = curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (result.code == CURLE_OK && !ca_file.empty()) {
+        result.code = curl_easy_setopt(handle, CURLOPT_CAINFO, ca_file.c_str());
+    }
+    return result;
+}
+
+std::string DescribeCurlError(CURLcode code, const std::string& detail) {
+    std::string text = curl_easy_strerror(code);
+    if (!detail.empty()) text += ": " + detail;
+    return text;
+}
+
+}  // namespace platform
+}  // namespace tarvo

@@ -1,0 +1,34 @@
+// libcurl set-up shared by the HTTP client and the usage-log client: one global
+// initialisation, time-out scaling and TLS verification against the profile's CA file.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <string>
+
+namespace tarvo {
+namespace platform {
+
+// curl_global_init, once per process, from whichever thread comes first.
+void EnsureCurlReady();
+
+// `ms` times TARVO_TIMEOUT_SCALE, never below 100 ms; 0 stays 0 (no limit).
+long ScaledTimeoutMs(long ms);
+
+// The device profile's curl.write_block, or 16384 when absent or not positive.
+size_t ProfileWriteBlock();
+
+struct CurlResult {
+    CURLcode code = CURLE_OK;
+    std::string detail;  // why, when the platform itself refused
+};
+
+// Verifies peer and host name against the profile's "ca_file", or the system store
+// without one. An unreadable ca_file gives CURLE_SSL_CACERT_BADFILE.
+CurlResult ApplyTlsVerification(CURL* handle);
+
+// libcurl's text for `code`, followed by `detail` when there is one.
+std::string DescribeCurlError(CURLcode code, const std::string& detail);
+
+}  // namespace platform
+}  // namespace tarvo

@@ -1,0 +1,14 @@
+// Factory data items from the device profile's "factory_data" object.
+#include <factory_data.h>
+
+#include "device_profile.h"
+
+#include <string>
+
+int GetData(int id, FactoryData* data) {
+    if (data == nullptr) return 0;
+    auto member = tarvo::platform::detail::ProfileMember("factory_data", std::to_string(id));
+    if (!member || !member->isInt()) return 0;
+    data->i_val = member->asInt();
+    return 1;
+}

@@ -1,0 +1,15 @@
+// The firm code from the device profile's "firm_code".
+#include <hesper.h>
+
+#include "device_profile.h"
+#include "file_util.h"
+
+extern "C" int hesper_get_quorbase_ver(char** value) {
+    if (value == nullptr) return -1;
+    auto member = tarvo::platform::detail::ProfileMember("firm_code");
+    if (!member || !member->isString()) return -1;
+    char* copy = tarvo::platform::detail::MallocCopy(member->asString());
+    if (copy == nullptr) return -1;
+    *value = copy;
+    return 0;
+}

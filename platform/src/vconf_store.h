@@ -1,0 +1,30 @@
+// The vconf key files shared by the getters/setters and the notification thread.
+// Stateless helpers; the key node is owned by whoever builds it.
+#pragma once
+
+#include <vconf.h>
+
+#include <optional>
+#include <string>
+
+struct _keynode_t {
+    std::string name;
+    int type = VCONF_TYPE_NONE;
+    int int_value = 0;  // also the bool value
+    double dbl_value = 0.0;
+    std::string str_value;
+};
+
+namespace tarvo {
+namespace platform {
+namespace detail {
+
+// The file of a key ("db/..." and "file/..." under var/vconf, "memory/..." under
+// run/vconf); nullopt for a key outside those trees or with an unsafe component.
+std::optional<std::string> VconfKeyPath(const char* key);
+// The key's current type and value, read from its file; type NONE when unset or unreadable.
+keynode_t ReadVconfKey(const char* key);
+
+}  // namespace detail
+}  // namespace platform
+}  // namespace tarvo

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test: a gcc build with all tests (unit, integration,
+# end-to-end), then a clang ASan+UBSan build with the unit and integration tests and
+# each fuzz target for a bounded time. A sanitizer report fails the run.
+set -euo pipefail
+
+top=$(cd "$(dirname "$0")/.." && pwd)
+cd "$top"
+jobs=${TARVO_JOBS:-$(nproc)}
+fuzz_seconds=${TARVO_FUZZ_SECONDS:-20}
+
+stage_start=0
+stage() { stage_start=$(date +%s); echo; echo "== $1"; }
+stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
+
+stage "dependencies"
+bash scripts/deps.sh
+stage_done
+
+stage "gcc build"
+cmake -S . -B build/gcc -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ >/dev/null
+ninja -C build/gcc -j "$jobs"
+stage_done
+
+stage "gcc: all tests"
+ctest --test-dir build/gcc -j "$jobs" --timeout 180 --output-on-failure
+stage_done
+
+stage "clang ASan+UBSan build"
+cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DTARVO_SANITIZE=ON -DTARVO_FUZZ=ON -DTARVO_BENCH=OFF >/dev/null
+ninja -C build/asan -j "$jobs"
+stage_done
+
+stage "ASan+UBSan: unit and integration tests"
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:halt_on_error=1"
+export LSAN_OPTIONS="suppressions=$top/tests/lsan.supp:print_suppressions=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+ctest --test-dir build/asan -L 'unit|integration' -j "$jobs" --timeout 300 --output-on-failure
+stage_done
+
+stage "fuzz targets, ${fuzz_seconds} s each"
+shopt -s nullglob
+ran=0
+for target in build/asan/fuzz/fuzz_*; do
+  [ -x "$target" ] || continue
+  name=$(basename "$target")
+  corpus="fuzz/corpus/${name#fuzz_}"
+  work=$(mktemp -d)
+  cp -r "$corpus"/. "$work"/ 2>/dev/null || true
+  echo "-- $name"
+  TARVO_ROOT=$(mktemp -d) "$target" -max_total_time="$fuzz_seconds" -print_final_stats=0 "$work" \
+    >"$work.log" 2>&1 || { tail -n 60 "$work.log"; echo "$name failed"; exit 1; }
+  rm -rf "$work" "$work.log"
+  ran=$((ran + 1))
+done
+echo "$ran fuzz targets ran clean"
+stage_done

@@ -1,0 +1,262 @@
+// The host serving the echo module: the wire protocol, notifications, power controls,
+// start-up failures and its end on SIGTERM.
+#include "host_client.h"
+#include "process.h"
+#include "tarvo_test.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace tarvo {
+namespace test {
+namespace {
+
+Json::Value Request(const std::string& method) {
+    Json::Value request(Json::objectValue);
+    request["method"] = method;
+    return request;
+}
+
+class HostProtocol : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        m_host = StartHost(m_root, TARVO_ECHO_MODULE_PATH);
+        ASSERT_NE(m_host, nullptr);
+        ASSERT_TRUE(m_client.Connect(DefaultSocket(m_root)));
+    }
+
+    TempRoot m_root;
+    std::unique_ptr<ChildProcess> m_host;
+    HostClient m_client;
+};
+
+TEST_F(HostProtocol, CallsAreAnsweredWithTheirIdAndAnEmptyReplyIsNull) {
+    Json::Value request = Request("hello");
+    request["count"] = 3;
+    const auto answer = m_client.Call(request);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ((*answer)["id"], 1);
+    EXPECT_EQ((*answer)["reply"]["echo"], request);
+    EXPECT_EQ((*answer)["reply"]["type"], "tarvodatacontrol");
+
+    const auto empty = m_client.Call(Request("empty"));
+    ASSERT_TRUE(empty);
+    EXPECT_EQ((*empty)["id"], 2);
+    ASSERT_TRUE(empty->isMember("reply"));
+    EXPECT_TRUE((*empty)["reply"].isNull());
+
+    Json::Value typed(Json::objectValue);
+    typed["id"] = "text-id";
+    typed["call"] = Request("typed");
+    typed["type"] = "other";
+    ASSERT_TRUE(m_client.Send(typed));
+    const auto typed_answer = m_client.ReadFrame();
+    ASSERT_TRUE(typed_answer);
+    EXPECT_EQ((*typed_answer)["id"], "text-id");
+    EXPECT_EQ((*typed_answer)["reply"]["type"], "other");
+}
+
+TEST_F(HostProtocol, AThrowingCallGetsAnErrorAndTheNextCallWorks) {
+    const auto failed = m_client.Call(Request("throw"));
+    ASSERT_TRUE(failed);
+    EXPECT_EQ((*failed)["id"], 1);
+    EXPECT_EQ((*failed)["error"], "echo module refuses to answer");
+    EXPECT_FALSE(failed->isMember("reply"));
+
+    const auto next = m_client.Call(Request("after"));
+    ASSERT_TRUE(next);
+    EXPECT_EQ((*next)["reply"]["echo"]["method"], "after");
+    EXPECT_TRUE(WaitUntil([&] {
+        return ReadFile(m_root.At("/var/log/tarvo.log")).find("echo module refuses") != std::string::npos;
+    }));
+}
+
+TEST_F(HostProtocol, MalformedLinesGetErrorFramesAndTheConnectionStaysOpen) {
+    struct Case {
+        std::string line;
+        Json::Value id;
+    };
+    const Case cases[] = {
+        {"this is no json", Json::Value()},
+        {"[1, 2, 3]", Json::Value()},
+        {R"({"id": 7, "call": {"method": "x"})", Json::Value()},
+        {R"({"id": 8, "unknown": true})", 8},
+        {R"({"id": 9, "call": "not an object"})", 9},
+        {R"({"id": 10, "control": "reboot"})", 10},
+        {R"({"id": 11, "control": "power-off", "state": "high"})", 11},
+        {R"({"id": 12, "subscribe": false})", 12},
+    };
+    for (const auto& c : cases) {
+        ASSERT_TRUE(m_client.SendLine(c.line));
+        const auto answer = m_client.ReadFrame();
+        ASSERT_TRUE(answer) << c.line;
+        EXPECT_EQ((*answer)["id"], c.id) << c.line;
+        EXPECT_TRUE((*answer)["error"].isString()) << c.line;
+    }
+
+    std::string long_line = R"({"id": 13, "call": {"method": ")";
+    long_line.append(1024 * 1024, 'x');
+    long_line += R"("}})";
+    ASSERT_TRUE(m_client.SendLine(long_line));
+    const auto too_long = m_client.ReadFrame();
+    ASSERT_TRUE(too_long);
+    EXPECT_TRUE((*too_long)["id"].isNull());
+    EXPECT_TRUE((*too_long)["error"].isString());
+
+    // A line just under the limit is still a frame.
+    std::string big_line = R"({"id": 14, "call": {"method": ")";
+    const size_t method_size = 1024 * 1024 - big_line.size() - 3;
+    big_line.append(method_size, 'y');
+    big_line += R"("}})";
+    ASSERT_EQ(big_line.size(), 1024u * 1024u);
+    ASSERT_TRUE(m_client.SendLine(big_line));
+    const auto big = m_client.ReadFrame();
+    ASSERT_TRUE(big);
+    EXPECT_EQ((*big)["id"], 14);
+    EXPECT_EQ((*big)["reply"]["echo"]["method"].asString().size(), method_size);
+
+    const auto after = m_client.Call(Request("still-open"));
+    ASSERT_TRUE(after);
+    EXPECT_EQ((*after)["reply"]["echo"]["method"], "still-open");
+}
+
+TEST_F(HostProtocol, NotificationsReachSubscribersOnly) {
+    HostClient listener;
+    ASSERT_TRUE(listener.Connect(DefaultSocket(m_root)));
+    Json::Value subscribe(Json::objectValue);
+    subscribe["id"] = 5;
+    subscribe["subscribe"] = true;
+    ASSERT_TRUE(listener.Send(subscribe));
+    const auto ok = listener.ReadFrame();
+    ASSERT_TRUE(ok);
+    EXPECT_EQ((*ok)["id"], 5);
+    EXPECT_EQ((*ok)["ok"], true);
+
+    const auto reply = m_client.Call(Request("notify"));
+    ASSERT_TRUE(reply);
+    EXPECT_FALSE(reply->isMember("notification"));
+    EXPECT_EQ((*reply)["reply"]["echo"]["method"], "notify");
+
+    const auto notification = listener.ReadFrame();
+    ASSERT_TRUE(notification);
+    EXPECT_EQ((*notification)["type"], "tarvodatacontrol");
+    EXPECT_EQ((*notification)["notification"]["name"], "echo_notified");
+    EXPECT_FALSE(notification->isMember("id"));
+
+    // The caller did not subscribe: nothing more comes to it.
+    EXPECT_FALSE(m_client.ReadFrame(std::chrono::milliseconds(300)));
+
+    // A subscriber that calls gets its reply and the notification as separate frames.
+    const auto own = listener.Call(Request("notify"));
+    ASSERT_TRUE(own);
+    const auto second = listener.ReadFrame();
+    ASSERT_TRUE(second);
+    const bool reply_first = own->isMember("reply");
+    EXPECT_TRUE(reply_first ? second->isMember("notification") : (*second)["reply"].isObject());
+}
+
+TEST_F(HostProtocol, PowerControlsReachTheModuleInOrderWithTheirState) {
+    Json::Value power_off(Json::objectValue);
+    power_off["id"] = 1;
+    power_off["control"] = "power-off";
+    ASSERT_TRUE(m_client.Send(power_off));
+    const auto first = m_client.ReadFrame();
+    ASSERT_TRUE(first);
+    EXPECT_EQ((*first)["ok"], true);
+
+    ASSERT_TRUE(m_client.Control("wakeup", 7));
+    const auto last = m_client.Control("power-off", 1 << 30);
+    ASSERT_TRUE(last);
+    EXPECT_EQ((*last)["ok"], true);
+
+    const auto log = m_client.Call(Request("power-log"));
+    ASSERT_TRUE(log);
+    const Json::Value& entries = (*log)["reply"]["log"];
+    ASSERT_EQ(entries.size(), 3u);
+    EXPECT_EQ(entries[0], "power-off:0");
+    EXPECT_EQ(entries[1], "wakeup:7");
+    EXPECT_EQ(entries[2], "power-off:" + std::to_string(1 << 30));
+
+    const auto ping = m_client.Control("ping");
+    ASSERT_TRUE(ping);
+    EXPECT_EQ((*ping)["ok"], true);
+    EXPECT_EQ((*ping)["service"], "tarvodatacontrol");
+}
+
+TEST_F(HostProtocol, SigtermEndsTheHostCleanlyAndRemovesItsSocket) {
+    struct stat st {};
+    ASSERT_EQ(stat(DefaultSocket(m_root).c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_NE(
+        m_host->Stderr().find("tarvo-service-host: serving tarvodatacontrol on " + DefaultSocket(m_root)),
+        std::string::npos);
+
+    ASSERT_TRUE(m_host->Signal(SIGTERM));
+    const auto code = m_host->Wait(std::chrono::seconds(10));
+    ASSERT_TRUE(code);
+    EXPECT_EQ(*code, 0);
+    EXPECT_FALSE(std::filesystem::exists(DefaultSocket(m_root)));
+    EXPECT_FALSE(m_client.ReadFrame(std::chrono::milliseconds(500)));
+}
+
+class HostStartUp : public ::testing::Test {
+  protected:
+    RunResult RunHost(const std::vector<std::string>& args) {
+        std::vector<std::string> argv = {TARVO_HOST_BIN};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return RunProgram(argv, {}, m_root.Path() + "/host-run");
+    }
+
+    TempRoot m_root;
+};
+
+TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostWithAMessage) {
+    const auto missing = RunHost({"--module", m_root.At("/no/such/module.so"), "--root", m_root.Path()});
+    ASSERT_TRUE(missing.exit_code);
+    EXPECT_NE(*missing.exit_code, 0);
+    EXPECT_NE(missing.err.find("cannot load module"), std::string::npos) << missing.err;
+
+    const auto broken = RunHost({"--module", TARVO_BROKEN_MODULE_PATH, "--root", m_root.Path()});
+    ASSERT_TRUE(broken.exit_code);
+    EXPECT_NE(*broken.exit_code, 0);
+    EXPECT_NE(broken.err.find("g_service"), std::string::npos) << broken.err;
+    EXPECT_FALSE(std::filesystem::exists(DefaultSocket(m_root)));
+
+    const auto usage = RunHost({"--root", m_root.Path()});
+    ASSERT_TRUE(usage.exit_code);
+    EXPECT_EQ(*usage.exit_code, 2);
+}
+
+TEST_F(HostStartUp, ASocketInANewFolderGetsAPrivateFolderAndAStaleSocketIsReplaced) {
+    const std::string socket = m_root.At("/private/sockets/host.sock");
+    {
+        auto host = StartHost(m_root, TARVO_ECHO_MODULE_PATH, socket);
+        ASSERT_NE(host, nullptr);
+        struct stat st {};
+        ASSERT_EQ(stat(m_root.At("/private/sockets").c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 0777, 0700u);
+        // Killed without a chance to clean up, it leaves its socket behind.
+        ASSERT_TRUE(host->Signal(SIGKILL));
+        ASSERT_TRUE(host->Wait(std::chrono::seconds(10)));
+        ASSERT_TRUE(std::filesystem::exists(socket));
+    }
+    auto again = StartHost(m_root, TARVO_ECHO_MODULE_PATH, socket);
+    ASSERT_NE(again, nullptr);
+
+    // A second host on a live socket refuses to start.
+    const auto second =
+        RunHost({"--module", TARVO_ECHO_MODULE_PATH, "--root", m_root.Path(), "--socket", socket});
+    ASSERT_TRUE(second.exit_code);
+    EXPECT_NE(*second.exit_code, 0);
+    EXPECT_NE(second.err.find("already serving"), std::string::npos) << second.err;
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo

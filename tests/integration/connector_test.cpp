@@ -1,0 +1,293 @@
+#include <TarvoInternalData.h>
+#include <TarvoKelvaneConnector.h>
+#include <curl/curl.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <tarvo/log_capture.h>
+#include <unistd.h>
+#include <vconf.h>
+
+#include <condition_variable>
+#include <ctime>
+#include <mutex>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "tarvo_test.h"
+
+namespace {
+
+struct Received {
+    std::string target;
+    httplib::Headers headers;
+
+    std::vector<std::string> Values(const std::string& key) const {
+        std::vector<std::string> values;
+        auto range = headers.equal_range(key);
+        for (auto it = range.first; it != range.second; ++it) values.push_back(it->second);
+        return values;
+    }
+};
+
+// A loopback port that was bound and closed again, so a connection to it is refused.
+int ClosedPort() {
+    int s = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof(addr);
+    int port = 0;
+    if (s >= 0 && bind(s, reinterpret_cast<sockaddr*>(&addr), len) == 0 &&
+        getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
+        port = ntohs(addr.sin_port);
+    }
+    if (s >= 0) close(s);
+    return port;
+}
+
+std::string Pattern(size_t size, char seed) {
+    std::string body(size, ' ');
+    for (size_t i = 0; i < size; ++i) body[i] = static_cast<char>('a' + (seed + i) % 26);
+    return body;
+}
+
+using Answer = std::function<void(const httplib::Request&, httplib::Response&)>;
+
+class Connector : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        m_server.Get(".*", [this](const httplib::Request& req, httplib::Response& res) {
+            Answer answer;
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_received.push_back({req.target, req.headers});
+                answer = m_answer;
+            }
+            answer(req, res);
+        });
+        m_port = m_server.bind_to_any_port("127.0.0.1");
+        ASSERT_GT(m_port, 0);
+        m_thread = std::thread([this] { m_server.listen_after_bind(); });
+        ASSERT_TRUE(tarvo::test::WaitUntil([this] { return m_server.is_running(); }));
+
+        SetDomain("http://127.0.0.1:" + std::to_string(m_port));
+        ASSERT_EQ(0, vconf_set_str("db/nimbra/countrycode", "US"));
+        ASSERT_EQ(0, vconf_set_str("db/nimbra/modelid", "UN55"));
+        ASSERT_EQ(0, vconf_set_str("db/menu_widget/language", "zh_TW.utf8"));
+    }
+
+    void TearDown() override {
+        CTarvoKelvaneConnector::ReleaseConnector();
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_released = true;
+        }
+        m_release.notify_all();
+        m_server.stop();
+        if (m_thread.joinable()) m_thread.join();
+    }
+
+    void SetDomain(const std::string& domain) {
+        ASSERT_EQ(0, vconf_set_str("db/nimbra/gpmurl/apps", domain.c_str()));
+    }
+
+    void SetAnswer(Answer answer) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_answer = std::move(answer);
+    }
+
+    void Serve(const std::string& body, int status = 200) {
+        SetAnswer([body, status](const httplib::Request&, httplib::Response& res) {
+            res.status = status;
+            res.set_content(body, "application/json");
+        });
+    }
+
+    std::vector<Received> Requests() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_received;
+    }
+
+    std::string Body() const {
+        return std::string(CTarvoKelvaneConnector::GetData(), CTarvoKelvaneConnector::GetDataSize());
+    }
+
+    // Holds the answer back until the test ends, bounded so a stuck client cannot hang the server.
+    void HoldAnswer() {
+        SetAnswer([this](const httplib::Request&, httplib::Response& res) {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_release.wait_for(lock, std::chrono::seconds(10), [this] { return m_released; });
+            res.set_content("{}", "application/json");
+        });
+    }
+
+    tarvo::test::TempRoot m_root;
+    httplib::Server m_server;
+    std::thread m_thread;
+    int m_port = 0;
+    std::mutex m_mutex;  // guards m_received, m_answer, m_released
+    std::vector<Received> m_received;
+    Answer m_answer = [](const httplib::Request&, httplib::Response& res) {
+        res.set_content("{}", "application/json");
+    };
+    bool m_released = false;
+    std::condition_variable m_release;
+};
+
+TEST_F(Connector, BothRequestsSendTheirQueryInOrderWithTheCommonHeaders) {
+    Serve(R"({"rsp":{"stat":"ok"}})");
+    CTarvoInternalData::GetInstance()->m_DisclaimerId = "DS-7";
+    const long before = static_cast<long>(time(nullptr));
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    EXPECT_EQ(R"({"rsp":{"stat":"ok"}})", Body());
+    CTarvoKelvaneConnector::ReleaseConnector();
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_SERVICE_DISCLAIMER));
+    const long after = static_cast<long>(time(nullptr));
+    EXPECT_EQ(CURLE_OK, CTarvoKelvaneConnector::GetErrorCode());
+
+    const auto requests = Requests();
+    ASSERT_EQ(2u, requests.size());
+    std::smatch m;
+    const std::regex notice(
+        R"(/apps/conf/v1/stacks/tarvoapp/checkversion\?items=disclaimer&countrycode=US&modelid=UN55)"
+        R"(&firmcode=T-KTM2-1010\.5&timestamp=(\d+)&lang=zh)");
+    ASSERT_TRUE(std::regex_match(requests[0].target, m, notice)) << requests[0].target;
+    EXPECT_GE(std::stol(m[1]), before);
+    EXPECT_LE(std::stol(m[1]), after);
+    const std::regex disclaimers(
+        R"(/apps/terms/v4/disclaimers/DS-7\?countrycode=US&modelid=UN55&timestamp=(\d+)&lang=zh)"
+        R"(&firmcode=T-KTM2-1010\.5)");
+    ASSERT_TRUE(std::regex_match(requests[1].target, m, disclaimers)) << requests[1].target;
+
+    const std::string host = "127.0.0.1:" + std::to_string(m_port);
+    for (size_t i = 0; i < requests.size(); ++i) {
+        const Received& r = requests[i];
+        EXPECT_EQ(std::vector<std::string>{"application/json; charset=utf-8"}, r.Values("Content-Type"));
+        EXPECT_EQ(std::vector<std::string>{"0"}, r.Values("Content-Length"));
+        EXPECT_EQ(std::vector<std::string>{"application/json"}, r.Values("Accept"));
+        EXPECT_EQ(std::vector<std::string>{host}, r.Values("Host"));
+        EXPECT_EQ(std::vector<std::string>{i == 0 ? "no-cache" : "cache"}, r.Values("Cache-Control"));
+        EXPECT_EQ(std::vector<std::string>{"gzip, deflate"}, r.Values("Accept-Encoding"));
+        EXPECT_EQ(std::vector<std::string>{"tarvodatacontrol-service/1.0"}, r.Values("User-Agent"));
+    }
+}
+
+TEST_F(Connector, HostDropsOnlyALowerCaseSchemeAndATrailingSlashDoublesTheOneBeforeApps) {
+    const std::string address = "127.0.0.1:" + std::to_string(m_port);
+    SetDomain(address + "/");
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    SetDomain("HTTP://" + address);
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    SetDomain("http://" + address + "/");
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+
+    const auto requests = Requests();
+    ASSERT_EQ(3u, requests.size());
+    EXPECT_EQ(std::vector<std::string>{address + "/"}, requests[0].Values("Host"));
+    EXPECT_EQ(std::vector<std::string>{"HTTP://" + address}, requests[1].Values("Host"));
+    EXPECT_EQ(std::vector<std::string>{address + "/"}, requests[2].Values("Host"));
+    EXPECT_EQ(0u, requests[0].target.rfind("//apps/conf/v1/stacks/tarvoapp/checkversion?", 0));
+    EXPECT_EQ(0u, requests[1].target.rfind("/apps/conf/v1/stacks/tarvoapp/checkversion?", 0));
+    EXPECT_EQ(0u, requests[2].target.rfind("//apps/conf/v1/stacks/tarvoapp/checkversion?", 0));
+}
+
+TEST_F(Connector, ABodyOfSeveralChunksArrivesWholeWithItsSizeSummed) {
+    const std::vector<std::string> chunks = {Pattern(9000, 0), Pattern(16384, 1), Pattern(16384, 2),
+                                             Pattern(777, 3)};
+    std::string whole;
+    for (const auto& c : chunks) whole += c;
+    SetAnswer([chunks](const httplib::Request&, httplib::Response& res) {
+        res.set_chunked_content_provider("application/json", [chunks](size_t, httplib::DataSink& sink) {
+            for (const auto& c : chunks) sink.write(c.data(), c.size());
+            sink.done();
+            return true;
+        });
+    });
+    tarvo::platform::LogCapture log;
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    EXPECT_EQ(whole.size(), CTarvoKelvaneConnector::GetDataSize());
+    EXPECT_EQ(whole, Body());
+    EXPECT_GE(log.Count("Callback End Time Duration"), 3u);
+
+    // A second request without a release starts from an empty body.
+    Serve("{}");
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    EXPECT_EQ("{}", Body());
+}
+
+TEST_F(Connector, ABlockOfAtMost16384BytesIsTakenAndALargerOneEndsTheTransfer) {
+    m_root.EditProfile([](Json::Value& p) { p["curl"]["write_block"] = 20000; });
+    Serve(Pattern(16384, 0));
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    EXPECT_EQ(Pattern(16384, 0), Body());
+
+    tarvo::platform::LogCapture log;
+    Serve(Pattern(16385, 0));
+    EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    EXPECT_EQ(CURLE_WRITE_ERROR, CTarvoKelvaneConnector::GetErrorCode());
+    EXPECT_TRUE(log.Contains("elements of size 16385"));
+    EXPECT_EQ(0u, CTarvoKelvaneConnector::GetDataSize());
+}
+
+TEST_F(Connector, AnHttpErrorStatusWithABodyCountsAsSuccess) {
+    Serve("internal trouble", 500);
+    EXPECT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_SERVICE_DISCLAIMER));
+    EXPECT_EQ(CURLE_OK, CTarvoKelvaneConnector::GetErrorCode());
+    EXPECT_EQ("internal trouble", Body());
+}
+
+TEST_F(Connector, TransportFailuresKeepTheClientsCodeAfterTheRelease) {
+    tarvo::platform::LogCapture log;
+    SetDomain("http://127.0.0.1:" + std::to_string(ClosedPort()));
+    EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    CTarvoKelvaneConnector::ReleaseConnector();
+    EXPECT_EQ(CURLE_COULDNT_CONNECT, CTarvoKelvaneConnector::GetErrorCode());
+    EXPECT_TRUE(log.Contains("It is not normal networkstate retring stop!! m_errorCode = 7"));
+
+    setenv("TARVO_TIMEOUT_SCALE", "0.01", 1);
+    SetDomain("http://127.0.0.1:" + std::to_string(m_port));
+    HoldAnswer();
+    EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    CTarvoKelvaneConnector::ReleaseConnector();
+    EXPECT_EQ(CURLE_OPERATION_TIMEDOUT, CTarvoKelvaneConnector::GetErrorCode());
+    EXPECT_EQ(nullptr, CTarvoKelvaneConnector::GetData());
+}
+
+TEST_F(Connector, RequestsThatReachNoServerLeaveTheCodeAtMinusOne) {
+    EXPECT_EQ(-1, CTarvoKelvaneConnector::GetErrorCode());
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    EXPECT_EQ(CURLE_OK, CTarvoKelvaneConnector::GetErrorCode());
+
+    tarvo::platform::LogCapture log;
+    EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_REPORT_RESULT_WIZARD));
+    EXPECT_EQ(-1, CTarvoKelvaneConnector::GetErrorCode());
+    EXPECT_TRUE(log.Contains("It is not normal networkstate retring stop!! m_errorCode = -1"));
+    EXPECT_FALSE(log.Contains("setOption(except url) Start"));
+    EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_UNKNOWN));
+    EXPECT_EQ(-1, CTarvoKelvaneConnector::GetErrorCode());
+    EXPECT_EQ(1u, Requests().size());
+}
+
+TEST_F(Connector, TheLanguageSentIsTheFirstTwoLettersOfTheAcceptLanguageAndOutlivesTheRelease) {
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    CTarvoKelvaneConnector::ReleaseConnector();
+    EXPECT_EQ("zh", CTarvoKelvaneConnector::GetUsedOsdLanguage());
+
+    ASSERT_EQ(0, vconf_set_str("db/menu_widget/language", "de_DE.utf8"));
+    SetDomain("http://127.0.0.1:" + std::to_string(ClosedPort()));  // fails after reading the language
+    EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    CTarvoKelvaneConnector::ReleaseConnector();
+    EXPECT_EQ("de", CTarvoKelvaneConnector::GetUsedOsdLanguage());
+
+    SetDomain("http://127.0.0.1:" + std::to_string(m_port));
+    ASSERT_EQ(0, vconf_unset("db/menu_widget/language"));
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    const std::string target = Requests().back().target;
+    EXPECT_EQ("&lang=ko", target.substr(target.size() - 8));
+    EXPECT_EQ("ko", CTarvoKelvaneConnector::GetUsedOsdLanguage());
+}
+
+}  // namespace

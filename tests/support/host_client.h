@@ -1,0 +1,57 @@
+// Test helpers for the host: a socket client that speaks the JSON-line protocol, and
+// StartHost, which starts tarvo-service-host and waits until it answers a ping.
+// Used from the test's thread only.
+#pragma once
+
+#include "process.h"
+#include "tarvo_test.h"
+
+#include <json/json.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tarvo {
+namespace test {
+
+class HostClient {
+  public:
+    HostClient() = default;
+    ~HostClient();
+    HostClient(const HostClient&) = delete;
+    HostClient& operator=(const HostClient&) = delete;
+
+    bool Connect(const std::string& socket_path);
+    // Sends `line` and a newline, as is.
+    bool SendLine(const std::string& line);
+    bool Send(const Json::Value& frame);
+    // The next frame from the host; nullopt on time-out or a closed connection.
+    std::optional<Json::Value> ReadFrame(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    // Sends {"id": next, "call": request} and reads the next frame, which must be its answer.
+    std::optional<Json::Value> Call(const Json::Value& request);
+    // Sends {"id": next, "control": name[, "state": state]} and reads the next frame.
+    std::optional<Json::Value> Control(const std::string& name, std::optional<int> state = std::nullopt);
+
+  private:
+    int m_fd = -1;
+    int m_nextId = 1;
+    std::string m_buffer;
+};
+
+// Compact one-line JSON, as the host writes it.
+std::string ToLine(const Json::Value& value);
+Json::Value ParseLine(const std::string& line);
+
+// ROOT/run/tarvodatacontrol.sock.
+std::string DefaultSocket(const TempRoot& root);
+
+// Starts the host on `module` under `root` and waits until it answers a ping on
+// `socket` (default: the root's socket). Null, with a test failure naming the host's
+// output, when it does not come up.
+std::unique_ptr<ChildProcess> StartHost(const TempRoot& root, const std::string& module,
+                                        const std::string& socket = "");
+
+}  // namespace test
+}  // namespace tarvo

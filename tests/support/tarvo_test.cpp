@@ -1,0 +1,99 @@
+#include "tarvo_test.h"
+
+#include <tarvo/platform.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace tarvo {
+namespace test {
+
+TempRoot::TempRoot() {
+    std::string pattern = (fs::temp_directory_path() / "tarvo-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) {
+        ADD_FAILURE() << "mkdtemp failed";
+    }
+    m_path = pattern;
+    setenv("TARVO_ROOT", m_path.c_str(), 1);
+    EXPECT_TRUE(tarvo::platform::PrepareRoot(m_path));
+    WriteProfile(DefaultProfile());
+}
+
+TempRoot::~TempRoot() {
+    std::error_code ignored;
+    fs::remove_all(m_path, ignored);
+}
+
+std::string TempRoot::At(const std::string& tv_path) const { return m_path + tv_path; }
+
+Json::Value TempRoot::Profile() const {
+    auto profile = tarvo::platform::LoadDeviceProfile();
+    return profile ? *profile : Json::Value(Json::objectValue);
+}
+
+void TempRoot::WriteProfile(const Json::Value& profile) const {
+    EXPECT_TRUE(tarvo::platform::SaveDeviceProfile(profile));
+}
+
+void TempRoot::EditProfile(const std::function<void(Json::Value&)>& edit) const {
+    Json::Value profile = Profile();
+    edit(profile);
+    WriteProfile(profile);
+}
+
+Json::Value DefaultProfile() {
+    Json::Value p(Json::objectValue);
+    p["system_info"]["13"] = true;
+    p["system_info"]["282"] = false;
+    p["system_info"]["61"] = true;
+    p["system_info"]["128"] = "T-1010.5";
+    p["factory_data"]["112"] = 0;
+    p["factory_data"]["166"] = 0;
+    p["factory_data"]["273"] = 0;
+    p["firm_code"] = "T-KTM2-1010.5";
+    Json::Value country(Json::objectValue);
+    country["countryCode"] = "US";
+    country["countryName"] = "United States";
+    p["country_list"]["rsp"]["stat"] = "ok";
+    p["country_list"]["rsp"]["modelId"] = "UN55";
+    p["country_list"]["rsp"]["countriesList"].append(country);
+    p["term_error"] = "0";
+    p["network"]["up"] = true;
+    p["network"]["profile"] = "ethernet";
+    p["network"]["mac"] = "AA:BB:CC:DD:EE:FF";
+    p["network"]["dns"] = true;
+    p["curl"]["write_block"] = 16384;
+    return p;
+}
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (true) {
+        if (condition()) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    return buffer.str();
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+}  // namespace test
+}  // namespace tarvo

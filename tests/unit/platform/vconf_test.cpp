@@ -1,0 +1,188 @@
+#include <vconf.h>
+
+#include "tarvo_test.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using tarvo::test::ReadFile;
+using tarvo::test::TempRoot;
+using tarvo::test::WaitUntil;
+
+std::string TypeInFile(const std::string& path) {
+    Json::Value value;
+    EXPECT_TRUE(Json::Reader().parse(ReadFile(path), value)) << path;
+    return value["type"].asString() + "=" + Json::FastWriter().write(value["value"]);
+}
+
+class VconfStore : public ::testing::Test {
+  protected:
+    TempRoot root;
+};
+
+TEST_F(VconfStore, EveryTypeRoundTripsThroughOneJsonFilePerKeyAndWrongTypesFail) {
+    ASSERT_EQ(vconf_set_int("db/test/count", 3), 0);
+    ASSERT_EQ(vconf_set_bool("file/test/flag", 1), 0);
+    ASSERT_EQ(vconf_set_dbl("memory/test/ratio", 0.1), 0);
+    ASSERT_EQ(vconf_set_str("db/test/name", "caf\xc3\xa9 \"q\""), 0);
+    int count = 0, flag = 0;
+    double ratio = 0;
+    EXPECT_EQ(vconf_get_int("db/test/count", &count), 0);
+    EXPECT_EQ(vconf_get_bool("file/test/flag", &flag), 0);
+    EXPECT_EQ(vconf_get_dbl("memory/test/ratio", &ratio), 0);
+    char* name = vconf_get_str("db/test/name");
+    EXPECT_EQ(std::string(name ? name : "(null)"), "caf\xc3\xa9 \"q\"");
+    free(name);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(flag, 1);
+    EXPECT_EQ(ratio, 0.1);
+
+    EXPECT_EQ(TypeInFile(root.At("/var/vconf/db/test/count")), "int=3\n");
+    EXPECT_EQ(TypeInFile(root.At("/var/vconf/file/test/flag")), "bool=true\n");
+    EXPECT_EQ(TypeInFile(root.At("/run/vconf/memory/test/ratio")).substr(0, 7), "double=");
+    EXPECT_EQ(TypeInFile(root.At("/var/vconf/db/test/name")).substr(0, 7), "string=");
+    for (const auto& entry : std::filesystem::directory_iterator(root.At("/var/vconf/db/test"))) {
+        EXPECT_NE(entry.path().filename().string()[0], '.') << "temp file left behind";
+    }
+
+    EXPECT_EQ(vconf_get_int("db/test/name", &count), -1);
+    EXPECT_EQ(vconf_get_bool("db/test/count", &count), -1);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(vconf_get_str("db/test/count"), nullptr);
+    EXPECT_EQ(vconf_unset("db/test/count"), 0);
+    EXPECT_EQ(vconf_get_int("db/test/count", &count), -1);
+    EXPECT_EQ(vconf_set_int("other/test", 1), -1);
+    EXPECT_EQ(vconf_set_int("db/../escape", 1), -1);
+}
+
+// Records every delivery with the thread it came on.
+struct Recorder {
+    struct Delivery {
+        std::string name;
+        int type, value;
+        std::string text;
+        std::thread::id thread;
+    };
+    mutable std::mutex mutex;  // guards deliveries
+    std::vector<Delivery> deliveries;
+
+    static void Callback(keynode_t* node, void* data) {
+        auto* self = static_cast<Recorder*>(data);
+        const char* text = vconf_keynode_get_str(node);
+        std::lock_guard<std::mutex> lock(self->mutex);
+        self->deliveries.push_back({vconf_keynode_get_name(node), vconf_keynode_get_type(node),
+                                    vconf_keynode_get_int(node), text ? text : "",
+                                    std::this_thread::get_id()});
+    }
+    size_t Count() const {
+        std::lock_guard<std::mutex> lock(mutex);
+        return deliveries.size();
+    }
+    Delivery At(size_t i) const {
+        std::lock_guard<std::mutex> lock(mutex);
+        return deliveries.at(i);
+    }
+};
+
+class VconfNotification : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(vconf_notify_key_changed("memory/test/marker", &Recorder::Callback, &marker), 0);
+    }
+    // Registrations outlive the fixture's recorders when several cases share a process.
+    void TearDown() override {
+        for (const char* key : {"memory/test/marker", "memory/dnet/status", "memory/dnet/dns_changed",
+                                "db/test/name", "db/test/count", "db/test/later"}) {
+            vconf_ignore_key_changed(key, &Recorder::Callback);
+        }
+    }
+    // Notifications arrive in order, so once the marker's arrives, every earlier one has.
+    void SetMarkerAndWait() {
+        const size_t before = marker.Count();
+        ASSERT_EQ(vconf_set_int("memory/test/marker", 1), 0);
+        ASSERT_TRUE(WaitUntil([&] { return marker.Count() > before; }));
+    }
+
+    TempRoot root;
+    Recorder recorder;
+    Recorder marker;
+};
+
+TEST_F(VconfNotification, EverySetOfAKeyWatchedBeforeItsFolderExistedNotifiesOnAnotherThread) {
+    ASSERT_FALSE(std::filesystem::exists(root.At("/run/vconf/memory/dnet")));
+    ASSERT_EQ(vconf_notify_key_changed("memory/dnet/status", &Recorder::Callback, &recorder), 0);
+    ASSERT_EQ(vconf_set_int("memory/dnet/status", 3), 0);
+    ASSERT_EQ(vconf_set_int("memory/dnet/status", 3), 0);
+    ASSERT_TRUE(WaitUntil([&] { return recorder.Count() == 2; }));
+    // Neither a temp file nor another key of the folder notifies.
+    tarvo::test::WriteFile(root.At("/run/vconf/memory/dnet/.status.tmp"), "{}");
+    ASSERT_EQ(vconf_set_str("memory/dnet/other", "x"), 0);
+    SetMarkerAndWait();
+
+    ASSERT_EQ(recorder.Count(), 2u);
+    Recorder::Delivery first = recorder.At(0);
+    EXPECT_EQ(first.name, "memory/dnet/status");
+    EXPECT_EQ(first.type, VCONF_TYPE_INT);
+    EXPECT_EQ(first.value, 3);
+    EXPECT_NE(first.thread, std::this_thread::get_id());
+    EXPECT_EQ(marker.At(0).thread, first.thread);
+}
+
+TEST_F(VconfNotification, DoubleRegistrationDeliversOnceAndIgnoreStopsDelivery) {
+    Recorder other;
+    ASSERT_EQ(vconf_notify_key_changed("db/test/count", &Recorder::Callback, &recorder), 0);
+    ASSERT_EQ(vconf_notify_key_changed("db/test/count", &Recorder::Callback, &recorder), 0);
+    ASSERT_EQ(vconf_notify_key_changed("db/test/count", &Recorder::Callback, &other), 0);
+    ASSERT_EQ(vconf_set_int("db/test/count", 1), 0);
+    SetMarkerAndWait();
+    EXPECT_EQ(recorder.Count(), 1u);
+    EXPECT_EQ(other.Count(), 1u);
+
+    EXPECT_EQ(vconf_ignore_key_changed("db/test/count", &Recorder::Callback), 0);
+    ASSERT_EQ(vconf_set_int("db/test/count", 2), 0);
+    SetMarkerAndWait();
+    EXPECT_EQ(recorder.Count(), 1u);
+    EXPECT_EQ(other.Count(), 1u);
+}
+
+// A callback that uses vconf itself, as the service's handlers do.
+void IgnoreSelfAndRead(keynode_t* node, void* data) {
+    int value = 0;
+    vconf_get_int(vconf_keynode_get_name(node), &value);
+    vconf_ignore_key_changed(vconf_keynode_get_name(node), &IgnoreSelfAndRead);
+    vconf_notify_key_changed("db/test/later", &Recorder::Callback, data);
+    Recorder::Callback(node, data);
+}
+
+TEST_F(VconfNotification, CallbackMayReadRegisterAndIgnoreFromInsideItself) {
+    ASSERT_EQ(vconf_notify_key_changed("db/test/once", &IgnoreSelfAndRead, &recorder), 0);
+    ASSERT_EQ(vconf_set_int("db/test/once", 1), 0);
+    ASSERT_TRUE(WaitUntil([&] { return recorder.Count() == 1; }));
+    ASSERT_EQ(vconf_set_int("db/test/once", 2), 0);
+    ASSERT_EQ(vconf_set_int("db/test/later", 5), 0);
+    ASSERT_TRUE(WaitUntil([&] { return recorder.Count() == 2; }));
+    EXPECT_EQ(recorder.At(1).name, "db/test/later");
+}
+
+TEST_F(VconfNotification, SetInAnotherProcessNotifiesThisOne) {
+    ASSERT_EQ(vconf_notify_key_changed("memory/dnet/dns_changed", &Recorder::Callback, &recorder), 0);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) _exit(vconf_set_int("memory/dnet/dns_changed", 9) == 0 ? 0 : 1);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_TRUE(WaitUntil([&] { return recorder.Count() == 1; }));
+    EXPECT_EQ(recorder.At(0).value, 9);
+}
+
+}  // namespace

@@ -1,0 +1,17 @@
+// The admin server's routes (loopback only): the request record, faults, publishing and
+// the current data. Handlers run on the server's pool threads and share only the locked
+// context; `listeners` is read for its ports, which no longer change once it runs.
+#pragma once
+
+#include "cloud_context.h"
+#include "listeners.h"
+
+#include <httplib.h>
+
+namespace tarvo {
+namespace cloud {
+
+void InstallAdminRoutes(httplib::Server& server, CloudContext& context, const Listeners& listeners);
+
+}  // namespace cloud
+}  // namespace tarvo

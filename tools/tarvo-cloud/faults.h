@@ -1,0 +1,59 @@
+// Faults injected into the OpenAPI answers: a table of at most one fault per route
+// ("checkversion", "disclaimers", "any"), set and cleared by the admin thread and taken by
+// listener threads; m_mutex guards m_faults.
+#pragma once
+
+#include <httplib.h>
+#include <json/json.h>
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarvo {
+namespace cloud {
+
+enum class FaultKind { kStatError, kNotJson, kHttpStatus, kDelay, kDrop, kBigChunk, kEmpty };
+
+struct Fault {
+    std::string path;  // "checkversion", "disclaimers" or "any"
+    FaultKind kind = FaultKind::kStatError;
+    std::string code;  // empty: 5000 for stat_error, the status for http_status
+    int status = 500;
+    int delay_ms = 1000;
+    size_t bytes = 20000;
+    long remaining = -1;  // requests it still applies to; -1 is without limit
+};
+
+struct FaultParseResult {
+    std::optional<Fault> fault;
+    std::string error;  // why the request was refused, when `fault` is empty
+};
+
+// Reads the admin form {"path", "kind", "code", "status", "delay_ms", "bytes", "count"}.
+FaultParseResult ParseFault(const Json::Value& request);
+Json::Value FaultToJson(const Fault& fault);
+
+class FaultTable {
+  public:
+    // Replaces the fault of the same path.
+    void Set(const Fault& fault);
+    // Removes every fault; returns how many there were.
+    size_t Clear();
+    // The fault that applies to one request of `route` ("checkversion" or "disclaimers"),
+    // counting it as used; a fault of the route itself wins over one of "any".
+    std::optional<Fault> Take(const std::string& route);
+    Json::Value ToJson() const;
+
+  private:
+    mutable std::mutex m_mutex;  // guards m_faults
+    std::vector<Fault> m_faults;
+};
+
+// Shuts the connection that carries `req` down, so that its client gets no answer at all.
+// False with a logged reason when the connection cannot be found.
+bool DropConnection(const httplib::Request& req);
+
+}  // namespace cloud
+}  // namespace tarvo

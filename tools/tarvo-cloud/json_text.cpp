@@ -1,0 +1,23 @@
+#include "json_text.h"
+
+#include <memory>
+
+namespace tarvo {
+namespace cloud {
+
+std::string CompactJson(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, value);
+}
+
+bool ParseJson(const std::string& text, Json::Value* value, std::string* error) {
+    Json::CharReaderBuilder builder;
+    builder["collectComments"] = false;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    return reader->parse(text.data(), text.data() + text.size(), value, error);
+}
+
+}  // namespace cloud
+}  // namespace tarvo

@@ -1,0 +1,167 @@
+#include "options.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+#ifndef TARVO_DATA_DIR
+#define TARVO_DATA_DIR ""
+#endif
+
+namespace tarvo {
+namespace cloud {
+
+namespace {
+
+// The source tree's data when it is there, else the installed copy beside the binary.
+std::string DefaultDataDir() {
+    std::error_code ec;
+    if (fs::is_directory(fs::path(TARVO_DATA_DIR) / "openapi", ec)) return TARVO_DATA_DIR;
+    const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        const fs::path installed = self.parent_path().parent_path() / "share" / "tarvo" / "data";
+        if (fs::is_directory(installed / "openapi", ec)) return installed.string();
+    }
+    return TARVO_DATA_DIR;
+}
+
+bool ParsePort(const std::string& text, int* port) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    const long value = std::strtol(text.c_str(), &end, 10);
+    if (*end != '\0' || value < 0 || value > 65535) return false;
+    *port = static_cast<int>(value);
+    return true;
+}
+
+}  // namespace
+
+OptionsResult ParseOptions(int argc, char** argv) {
+    OptionsResult result;
+    Options options;
+    options.data_dir = DefaultDataDir();
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string name = args[i];
+        std::string value;
+        bool has_value = false;
+        const size_t equals = name.find('=');
+        if (name.rfind("--", 0) == 0 && equals != std::string::npos) {
+            value = name.substr(equals + 1);
+            name = name.substr(0, equals);
+            has_value = true;
+        }
+        if (name == "--help" || name == "-h") {
+            options.help = true;
+            continue;
+        }
+        if (name != "--data" && name != "--openapi-port" && name != "--admin-port" &&
+            name != "--state-file") {
+            result.error = "unknown argument '" + args[i] + "'";
+            return result;
+        }
+        if (!has_value) {
+            if (i + 1 >= args.size()) {
+                result.error = name + " needs a value";
+                return result;
+            }
+            value = args[++i];
+        }
+        if (name == "--data") {
+            options.data_dir = value;
+        } else if (name == "--state-file") {
+            options.state_file = value;
+        } else if (!ParsePort(value,
+                              name == "--openapi-port" ? &options.openapi_port : &options.admin_port)) {
+            result.error = name + " needs a port from 0 to 65535, not '" + value + "'";
+            return result;
+        }
+    }
+    result.options = options;
+    return result;
+}
+
+const char* HelpText() {
+    return R"(tarvo-cloud: the development cloud that plays the servers of tarvodatacontrol on loopback.
+
+Usage: tarvo-cloud [--data DIR] [--openapi-port N] [--admin-port N] [--state-file PATH] [--help]
+
+Options:
+  --data DIR          data folder holding openapi/*.json, one disclaimer set per country
+                      (default: the bundled data/ folder)
+  --openapi-port N    port of the OpenAPI server (default 0: a free port)
+  --admin-port N      port of the admin endpoint (default 0: a free port)
+  --state-file PATH   also write the ports line to PATH (replaced atomically)
+  --help              show this text
+
+Every server listens on 127.0.0.1 only. Once all listen, one JSON line with the ports
+actually bound goes to stdout, e.g. {"admin":41235,"openapi":41234}. SIGTERM or SIGINT
+stops the cloud cleanly. Each answered request is logged on stderr.
+
+OpenAPI server (what the service calls, with domain "http://127.0.0.1:PORT"):
+  GET /apps/conf/v1/stacks/tarvoapp/checkversion?items=disclaimer&countrycode=CC&modelid=..
+      &firmcode=..&timestamp=..&lang=LL
+      -> {"rsp":{"stat":"ok","disclaimer":{"id":SET,"items":[{"id":..,"version":..},..]}}}
+  GET /apps/terms/v4/disclaimers/SET?countrycode=CC&modelid=..&timestamp=..&lang=LL&firmcode=..
+      -> {"rsp":{"stat":"ok","disclaimer":{"id":SET,"reverseOSD":"false","items":[
+           {"id":..,"version":..,"content":{"displayWindow":..,"order":..,"title":..,..}},..]}}}
+  A doubled slash ("//apps/...") is accepted too. Every leaf is a string, except "details"
+  of "pp", which may be an array. A language the set lacks falls back to its first two
+  letters, then to English; a disclaimer without that translation is given in English.
+  Refusals use the error form {"rsp":{"stat":"fail","err":{"code":..,"msg":..},"desc":..}}:
+  code 4001 for a country without a set, 4002 for a set id the country does not have.
+  Answers are application/json, gzip-compressed only when the request accepts gzip.
+
+Admin endpoint (JSON; bad input answers 400 with {"ok":false,"error":..}):
+  GET    /admin/requests   every request received, oldest first: server, seq, time,
+                           time_ms, method, path, target, query, headers, header_lines,
+                           body, remote
+  DELETE /admin/requests   forget the record
+  GET    /admin/fault      the faults in force
+  POST   /admin/fault      {"path":"checkversion"|"disclaimers"|"any","kind":KIND,
+                            "code":"..","status":500,"delay_ms":N,"bytes":N,"count":N}
+                           sets the fault of that path; "count" is how many requests it
+                           applies to (default: all). A path's own fault wins over "any".
+  DELETE /admin/fault      clear every fault
+  POST   /admin/publish    change the data at run time (see below)
+  GET    /admin/data       the current data, by country
+  GET    /admin/ports      the ports line again
+
+Fault kinds:
+  stat_error   the error form with "code" (default "5000")
+  not_json     an HTML page instead of JSON
+  http_status  HTTP "status" (default 500) with the error form as body, its code "code"
+               or the status
+  delay        wait "delay_ms" (default 1000) before the normal answer
+  drop         close the connection without any answer
+  big_chunk    the normal answer padded with blanks to at least "bytes" (default 20000),
+               sent as one single HTTP chunk, never compressed
+  empty        status 200 with an empty body
+
+Publish requests ("country" is optional: without it the change applies to every country):
+  {"country":"US","lang":"en","id":"tnc","version":"2.0"}
+                           new version of a disclaimer; with "lang" for that translation only
+  {"country":"US","withdraw":"yahoo"}
+                           withdraw a disclaimer
+  {"country":"US","disclaimer":{"id":..,"version":..,"content":{..},"texts":{"en":{..}}}}
+                           replace a disclaimer whole, or add it (a new translation too)
+  {"country":"US","reverseOSD":"true"} or {"country":"US","set_id":"NEW-SET"}
+  {"country_set":{..a whole country set..}}   add or replace a country
+  {"remove_country":"US"}  withdraw a country's whole set
+
+Data files (DIR/openapi/CC.json):
+  {"country":"US","set_id":"..","reverseOSD":"false","disclaimers":[
+    {"id":"tnc","version":"1.0",
+     "content":{"displayWindow":"main","order":"1","visible_pnp":"yes",..},
+     "texts":{"en":{"title":..,"intro":..,"details":..,"button1":..},"fr":{..}}}]}
+  "content" holds the language-free members of the answer's content, "texts" the rest per
+  language; a translation may carry its own "version".
+)";
+}
+
+}  // namespace cloud
+}  // namespace tarvo

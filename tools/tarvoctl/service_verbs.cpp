@@ -1,0 +1,145 @@
+// Verbs that reach the service through the host's socket.
+#include "verbs.h"
+#include "wait_options.h"
+
+#include <iostream>
+
+namespace tarvoctl {
+
+namespace {
+
+// Prints an answer that reports failure; returns kExitRefused.
+int ReportRefusal(const Context& context, const Json::Value& answer) {
+    if (context.json) {
+        Json::Value out(Json::objectValue);
+        if (answer.isMember("error")) {
+            out["error"] = answer["error"];
+        } else {
+            out = answer["reply"];
+        }
+        std::cout << CompactJson(out) << std::endl;
+    } else if (answer.isMember("reply")) {
+        std::cout << PrettyJson(answer["reply"]) << std::endl;
+    }
+    if (answer.isMember("error")) return Fail("the service failed: " + answer["error"].asString());
+    return Fail("the service said no");
+}
+
+int RunPower(Context& context, const std::vector<std::string>& args, const std::string& control) {
+    const auto split = SplitArguments(args, {});
+    if (!split) return kExitUsage;
+    if (split->positional.size() > 1) return UsageError("power takes at most one STATE");
+    int state = 0;
+    if (!split->positional.empty()) {
+        const auto parsed = ParseInt(split->positional[0]);
+        if (!parsed) return UsageError("STATE must be an integer");
+        state = *parsed;
+    }
+    auto client = context.Connect();
+    if (!client) return kExitNoService;
+    const auto answer = client->Control(control, state);
+    if (!answer) return LostService(context);
+    if (answer->isMember("error")) return ReportRefusal(context, *answer);
+    if (context.json) {
+        Json::Value out(Json::objectValue);
+        out["ok"] = true;
+        out["control"] = control;
+        out["state"] = state;
+        std::cout << CompactJson(out) << std::endl;
+    } else {
+        std::cout << control << " " << state << " done" << std::endl;
+    }
+    return kExitDone;
+}
+
+void PrintNotification(const Context& context, const Json::Value& frame) {
+    if (context.json) {
+        std::cout << CompactJson(frame) << std::endl;
+        return;
+    }
+    const Json::Value& body = frame["notification"];
+    if (body.isObject() && body["name"].isString()) {
+        std::cout << body["name"].asString();
+        if (body["result"].isString()) std::cout << " (" << body["result"].asString() << ")";
+        std::cout << ": ";
+    }
+    std::cout << CompactJson(body) << std::endl;
+}
+
+}  // namespace
+
+int RunCall(Context& context, const std::vector<std::string>& args) {
+    const auto split = SplitArguments(args, {"--type"});
+    if (!split) return kExitUsage;
+    if (split->positional.size() != 1) return UsageError("call takes one JSON object");
+    const auto request = ParseJson(split->positional[0]);
+    if (!request || !request->isObject()) return UsageError("the request is not a JSON object");
+    const auto type = split->options.count("--type") ? split->options.at("--type") : std::string();
+
+    auto client = context.Connect();
+    if (!client) return kExitNoService;
+    const auto answer = client->Call(*request, type);
+    if (!answer) return LostService(context);
+    if (IsRefusal(*answer)) return ReportRefusal(context, *answer);
+    const Json::Value& reply = (*answer)["reply"];
+    std::cout << (context.json ? CompactJson(reply) : PrettyJson(reply)) << std::endl;
+    return kExitDone;
+}
+
+int RunListen(Context& context, const std::vector<std::string>& args) {
+    const auto split = SplitArguments(args, {"--count", "--timeout"});
+    if (!split) return kExitUsage;
+    if (!split->positional.empty()) return UsageError("listen takes no arguments");
+    const auto wait = ReadWaitOptions(*split);
+    if (!wait) return kExitUsage;
+
+    auto client = context.Connect();
+    if (!client) return kExitNoService;
+    CatchInterrupts();
+    if (!client->Subscribe()) return LostService(context);
+    if (!context.json) std::cerr << "listening on " << context.SocketPath() << std::endl;
+
+    int seen = 0;
+    while (!Interrupted() && !wait->Expired() && (!wait->count || seen < *wait->count)) {
+        const auto frame = client->ReadFrame(wait->Left());
+        if (!frame) {
+            if (client->Closed()) return LostService(context);
+            continue;
+        }
+        if (!frame->isMember("notification")) continue;
+        PrintNotification(context, *frame);
+        ++seen;
+    }
+    return wait->Finish(seen, "notifications");
+}
+
+int RunPing(Context& context, const std::vector<std::string>& args) {
+    if (!args.empty()) return UsageError("ping takes no arguments");
+    auto client = context.Connect();
+    if (!client) return kExitNoService;
+    const auto answer = client->Control("ping");
+    if (!answer) return LostService(context);
+    if (answer->isMember("error")) return ReportRefusal(context, *answer);
+    const Json::Value& name = (*answer)["service"];
+    const std::string service = name.isString() ? name.asString() : std::string("the service");
+    if (context.json) {
+        Json::Value out(Json::objectValue);
+        out["ok"] = true;
+        out["service"] = service;
+        out["socket"] = context.SocketPath();
+        std::cout << CompactJson(out) << std::endl;
+    } else {
+        std::cout << service << " is running at " << context.SocketPath() << std::endl;
+    }
+    return kExitDone;
+}
+
+int RunPowerOff(Context& context, const std::vector<std::string>& args) {
+    return RunPower(context, args, "power-off");
+}
+
+int RunPowerWakeup(Context& context, const std::vector<std::string>& args) {
+    return RunPower(context, args, "wakeup");
+}
+
+}  // namespace tarvoctl
