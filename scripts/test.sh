@@ -35,10 +35,21 @@ ninja -C build/asan -j "$jobs"
 stage_done
 
 stage "ASan+UBSan: unit and integration tests"
-export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:halt_on_error=1"
+# Full unwinding on malloc, so that suppressions naming our functions match through libraries
+# built without frame pointers.
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:halt_on_error=1:fast_unwind_on_malloc=0"
 export LSAN_OPTIONS="suppressions=$top/tests/lsan.supp:print_suppressions=0"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 ctest --test-dir build/asan -L 'unit|integration' -j "$jobs" --timeout 300 --output-on-failure
+stage_done
+
+stage "ThreadSanitizer: concurrency stress tests"
+cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DTARVO_SANITIZE_THREAD=ON -DTARVO_BENCH=OFF >/dev/null
+ninja -C build/tsan -j "$jobs" unit_service
+TSAN_OPTIONS="halt_on_error=1:suppressions=$top/tests/tsan.supp" \
+  ctest --test-dir build/tsan -R 'Concurren' -j "$jobs" --timeout 300 --output-on-failure
 stage_done
 
 stage "fuzz targets, ${fuzz_seconds} s each"

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "TarvoInternalData.h"
+#include "TarvoKelvaneInfoService.h"
 #include "TarvoLog.h"
 
 // One initialiser, in this order: the name, the service, then the proxy that gives
@@ -76,7 +77,11 @@ void CTarvoDataControlService::SendNotification(const Sedge::TCMessage* message)
 // The place for teardown; nothing in the service calls it.
 void CTarvoDataControlService::t_OnTerminate() {
     // The agreement service is deleted and nulled here once CTarvoDisclaimerAgreement exists.
-    // The info service is destroyed, deleted and nulled here once CTarvoKelvaneInfoService exists.
+    if (m_pKelvaneInfoServ != nullptr) {
+        m_pKelvaneInfoServ->Destroy();
+        delete m_pKelvaneInfoServ;
+        m_pKelvaneInfoServ = nullptr;
+    }
     if (m_pAlarm != nullptr) {
         if (m_pAlarm->m_bCreated) {
             m_pAlarm->Destroy();
@@ -103,7 +108,7 @@ bool CTarvoDataControlService::SendEvent(Sedge::TCEvent* event, ETarvoServiceNam
         }
         case KELVANE_INFO_SERV:
             if (m_pKelvaneInfoServ != nullptr) {
-                // Handed to m_pKelvaneInfoServ->SendEvent(event) once CTarvoKelvaneInfoService exists.
+                m_pKelvaneInfoServ->SendEvent(event);
             }
             break;
         case DISCLAIMER_AGREEMENT_SERV:

@@ -14,6 +14,7 @@
 
 class CTarvoKelvaneInfoService;
 class CTarvoDisclaimerAgreement;
+class TarvoDisclaimerDataItem;
 
 class TarvoDataControlService : public bracken::ser::Service {
   public:
@@ -67,6 +68,29 @@ class CTarvoDataControlService {
 
     static int m_PowerOffCallback(int state, void* userData);
     static int m_WakeupCallback(int state, void* userData);
+
+    // The 21 keys of one disclaimer on the client API, written over same-named keys of `out`.
+    void m_SetDisclaimerUIInfo(const TarvoDisclaimerDataItem& item, Json::Value& out);
+    // Client methods behind OnCallAPI, one each; they read `request` and fill `reply`.
+    void m_GetDisclaimerNumber(const Json::Value& request, Json::Value& reply);
+    void m_GetDisclaimerByOrder(const Json::Value& request, Json::Value& reply);
+    void m_GetDisclaimerByTermId(const Json::Value& request, Json::Value& reply);
+    void m_RequestUpdateDisclaimers(const Json::Value& request, Json::Value& reply);
+    void m_GetCountryCodeList(Json::Value& reply);
+    void m_RequestCountryCodeList();
+    void m_SetOneAgreement(const Json::Value& request, Json::Value& reply);
+    void m_SetAgreements(const Json::Value& request);
+    void m_SetAllAgreement(const Json::Value& request);
+    void m_RequestResetOstrel(Json::Value& reply);
+    void m_GetRevisedDisclaimers(Json::Value& reply);
+    void m_SetCountryCode(const Json::Value& request, Json::Value& reply);
+
+    // Empties the store and tells clients which answers that took back.
+    void m_DataControlReset(ETarvoResetRequestType type);
+    // Notifies clients of changed answers, then asks for the upload and the revised check.
+    void m_BroadcastAgreement(const std::string& agreements);
+    // Keeps "db/tarvodatacontrol/disclaimer_revised" in step with the store; worker only.
+    void m_CheckRevisedTerms();
 
     static CTarvoDataControlService* m_instance;
 

@@ -6,6 +6,7 @@
 
 #include "TarvoExternalData.h"
 #include "TarvoInternalData.h"
+#include "TarvoKelvaneInfoService.h"
 #include "TarvoLog.h"
 #include "TarvoNetworkInfo.h"
 
@@ -45,9 +46,11 @@ bool CTarvoDataControlService::t_OnEvent(Sedge::TCEvent event) {
                 return false;
             }
             if (m_pKelvaneInfoServ == nullptr) {
-                // The info service is created here with new and started with Create() once
-                // CTarvoKelvaneInfoService exists; a failed Create logs
-                // "Create TarvoKelvaneInfo service fail!" and ends the event with false.
+                m_pKelvaneInfoServ = new CTarvoKelvaneInfoService();
+                if (!m_pKelvaneInfoServ->Create()) {
+                    TARVO_LOGW("Create TarvoKelvaneInfo service fail!");
+                    return false;
+                }
             }
             CTarvoNetworkInfo* pNetworkInfo = CTarvoNetworkInfo::GetInstance();
             if (pNetworkInfo == nullptr) {
@@ -86,7 +89,7 @@ bool CTarvoDataControlService::t_OnEvent(Sedge::TCEvent event) {
         }
         case MESSAGE_REQUEST_RESET_OSTREL:
             TARVO_LOGD("get event MESSAGE_REQUEST_RESET_OSTREL");
-            // m_DataControlReset(TARVO_RESET_REQUEST_OSTREL) runs here once the reset is written.
+            m_DataControlReset(TARVO_RESET_REQUEST_OSTREL);
             return true;
         case MESSAGE_GET_COUNTRYCODE_LIST_SUCCESS: {
             TARVO_LOGI("MESSAGE_GET_COUNTRYCODE_LIST_SUCCESS");
@@ -138,7 +141,7 @@ bool CTarvoDataControlService::t_OnEvent(Sedge::TCEvent event) {
         }
         case MESSAGE_TARVOPANEL_INTERNAL_DISCLAIMER_REVISED:
             TARVO_LOGD("MESSAGE_TARVOPANEL_INTERNAL_DISCLAIMER_REVISED");
-            // m_CheckRevisedTerms() runs here once the revised-terms check is written.
+            m_CheckRevisedTerms();
             return true;
         default:
             return true;

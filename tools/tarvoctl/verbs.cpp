@@ -11,6 +11,28 @@ const std::vector<Verb>& Verbs() {
          "  tarvoctl call '{\"method\": \"get disclaimer number\", \"requester\": 0}'\n"
          "Exit 1 when the host answers with an error or the reply's \"result\" is false.",
          RunCall},
+        {"status", "",
+         "Tells whether the service is available, how many disclaimers each requester sees\n"
+         "(0 menu, 1 app, 2 pnp, 3 none, 4 all) and how many are revised.",
+         RunStatus},
+        {"list", "[--requester N]",
+         "Lists the disclaimers requester N sees (default 4, all available), in display order.", RunList},
+        {"show", "ID", "Prints every field of one available disclaimer (exit 1 when there is none).", RunShow},
+        {"agree", "ID...", "Agrees to the given disclaimers and tells which answers changed.", RunAgree},
+        {"disagree", "ID...", "Takes back the agreement to the given disclaimers.", RunDisagree},
+        {"agree-all", "", "Agrees to every available disclaimer.", RunAgreeAll},
+        {"update", "[--from PAGE] [--timeout S]",
+         "Asks the service to bring its disclaimers up to date (as the page PAGE, e.g. wizard-terms),\n"
+         "waits up to S seconds (default 200) for the outcome, then lists them like list.",
+         RunUpdate},
+        {"countries", "[--refresh] [--timeout S]",
+         "Prints the country list the service holds. With --refresh it first asks the service to\n"
+         "fetch it again and waits up to S seconds (default 100) for the outcome.",
+         RunCountries},
+        {"set-country", "CODE", "Sets the television's country code.", RunSetCountry},
+        {"reset", "", "Asks the service to clear its disclaimers and answers (a front-end reset).", RunReset},
+        {"clone", "to-usb|from-usb", "Copies the store to the USB clone folder, or back from it.", RunClone},
+        {"revised", "", "Lists the disclaimers whose revision the user has not answered yet.", RunRevised},
         {"listen", "[--count N] [--timeout S]",
          "Prints each notification of the service until interrupted, until N have come,\n"
          "or until S seconds have passed (exit 1 when S passes before N notifications).",

@@ -27,6 +27,21 @@ int RunPing(Context& context, const std::vector<std::string>& args);
 int RunPowerOff(Context& context, const std::vector<std::string>& args);
 int RunPowerWakeup(Context& context, const std::vector<std::string>& args);
 
+// Friendly verbs over the client methods (friendly_query_verbs.cpp, friendly_change_verbs.cpp).
+int RunStatus(Context& context, const std::vector<std::string>& args);
+int RunList(Context& context, const std::vector<std::string>& args);
+int RunShow(Context& context, const std::vector<std::string>& args);
+int RunRevised(Context& context, const std::vector<std::string>& args);
+int RunCountries(Context& context, const std::vector<std::string>& args);
+int RunAgree(Context& context, const std::vector<std::string>& args);
+int RunDisagree(Context& context, const std::vector<std::string>& args);
+int RunAgreeAll(Context& context, const std::vector<std::string>& args);
+int RunSetCountry(Context& context, const std::vector<std::string>& args);
+int RunReset(Context& context, const std::vector<std::string>& args);
+int RunClone(Context& context, const std::vector<std::string>& args);
+// Asks for up-to-date disclaimers, waits for the outcome and lists them (update_verb.cpp).
+int RunUpdate(Context& context, const std::vector<std::string>& args);
+
 // Verbs that drive the emulated television directly (platform_verbs.cpp).
 int RunVconfGet(Context& context, const std::vector<std::string>& args);
 int RunVconfSet(Context& context, const std::vector<std::string>& args);

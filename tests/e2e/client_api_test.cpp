@@ -1,0 +1,340 @@
+// The client API of the real service through tarvo-service-host: queries, agreements, reset,
+// clone copies and the country code, and what the service makes of keys of the wrong type.
+#include "seeded_service.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tarvo {
+namespace test {
+namespace {
+
+constexpr const char* kAgreementsKey = "db/tarvodatacontrol/disclaimeragrees";
+constexpr const char* kRevisedKey = "db/tarvodatacontrol/disclaimer_revised";
+constexpr const char* kUpload = "Put Agreement to Server request";
+
+Json::Value Refused() {
+    Json::Value reply(Json::objectValue);
+    reply["result"] = false;
+    return reply;
+}
+
+Json::Value Accepted() {
+    Json::Value reply(Json::objectValue);
+    reply["result"] = true;
+    return reply;
+}
+
+Json::Value Counted(int number) {
+    Json::Value reply = Accepted();
+    reply["number"] = number;
+    return reply;
+}
+
+using ClientQueries = SeededService;
+
+TEST_F(ClientQueries, EachRequesterSeesItsOwnListInDisplayOrder) {
+    EXPECT_EQ(OrderedIds(0), "tnc pp voice_new ");
+    EXPECT_EQ(OrderedIds(1), "tnc pp voice_new ");
+    EXPECT_EQ(OrderedIds(2), "main_common tnc pp viewing ");
+    EXPECT_EQ(OrderedIds(4), "viewing tnc pp voice_new ");
+    for (int requester : {3, 5, -1}) {
+        EXPECT_EQ(Number(requester), Counted(0)) << requester;
+        EXPECT_EQ(Ordered(requester, 0), Refused()) << requester;
+    }
+
+    EXPECT_EQ(Ordered(0, 2)["id"], "voice_new");
+    EXPECT_EQ(Ordered(0, 3), Refused());
+    EXPECT_EQ(Ordered(0, -1), Refused());
+    EXPECT_EQ(Ordered(2, 4), Refused());
+    EXPECT_EQ(Ordered(2, 2147483647), Refused());
+}
+
+TEST_F(ClientQueries, OneDisclaimerCarriesExactlyItsTwentyOneKeys) {
+    Json::Value viewing(Json::objectValue);
+    viewing["result"] = true;
+    viewing["id"] = "viewing";
+    viewing["order"] = 0;
+    viewing["version"] = "1.0";
+    viewing["title"] = "Viewing Information";
+    viewing["intro"] = "Intro";
+    viewing["details"] = "Line one\nLine two";
+    for (int i = 1; i <= 10; ++i) viewing["button" + std::to_string(i)] = "B" + std::to_string(i);
+    viewing["is_agreed"] = false;
+    viewing["only_notice"] = true;
+    viewing["ppused"] = false;
+    viewing["reverse"] = false;
+    viewing["agree_dependency"] = "";
+    EXPECT_EQ(ById("viewing"), viewing);
+    EXPECT_EQ(Ordered(2, 3), viewing);
+
+    const Json::Value tnc = ById("tnc");
+    EXPECT_EQ(tnc["button1"], "Agree");
+    EXPECT_EQ(tnc["button3"], "");
+    EXPECT_EQ(tnc.size(), 22u);
+
+    const Json::Value revised = Ask("get revised disclaimers");
+    EXPECT_EQ(revised["result"], true);
+    ASSERT_EQ(revised["disclaimers"].size(), 1u);
+    const Json::Value& voice = revised["disclaimers"][0];
+    EXPECT_EQ(voice.size(), 21u);
+    EXPECT_EQ(voice["id"], "voice_new");
+    EXPECT_EQ(voice["version"], "2.1");
+    EXPECT_EQ(voice["reverse"], true);
+    EXPECT_EQ(voice["agree_dependency"], "pp");
+
+    // Stored but not available on this set, a common item, unknown, and no id at all.
+    EXPECT_EQ(ById("uhd_video"), Refused());
+    EXPECT_EQ(ById("main_common"), Refused());
+    EXPECT_EQ(ById("Viewing"), Refused());
+    EXPECT_EQ(Ask("get disclaimer by term id"), Refused());
+}
+
+TEST_F(ClientQueries, AnEmptyCountryListAndAnUnknownMethodGetAnEmptyReply) {
+    EXPECT_TRUE(Ask("get country code list").isNull());
+
+    const size_t warnings = LogCount("UNKNOWN MESSAGE FOR TARVODATACONTROL");
+    EXPECT_TRUE(Ask("Get Disclaimer Number").isNull());
+    EXPECT_TRUE(Ask("get disclaimer number ").isNull());
+    EXPECT_TRUE(Ask(Json::Value(Json::objectValue)).isNull());
+    EXPECT_EQ(LogCount("UNKNOWN MESSAGE FOR TARVODATACONTROL"), warnings + 3);
+
+    EXPECT_TRUE(Ask("is service available")["result"].isBool());
+    EXPECT_TRUE(Ask("request country code list").isNull());
+    for (const char* page : {"wizard-terms", "wizard-easy", ""}) {
+        Json::Value request = Method("request update disclaimers");
+        if (*page != '\0') request["request_from"] = page;
+        EXPECT_EQ(Ask(request), Accepted()) << page;
+    }
+}
+
+using ClientAgreements = SeededService;
+
+TEST_F(ClientAgreements, OneAgreementChangesRecordRowAndMirrorAndIsBroadcastOnlyOnChange) {
+    const size_t uploads = LogCount(kUpload);
+    EXPECT_EQ(Agree("tnc", true), Accepted());
+    Json::Value changed(Json::objectValue);
+    changed["type"] = "terms_protocol";
+    changed["name"] = "new_disclaimer_agree_changed";
+    changed["agreements"] = "tnc:true;";
+    EXPECT_EQ(NextNotification(), changed);
+    EXPECT_EQ(ById("tnc")["is_agreed"], true);
+    EXPECT_EQ(QueryStore(m_root, "SELECT isAgreed FROM table_tarvo_data_disclaimer_info WHERE id = 'tnc'"),
+              std::vector<std::string>{"1"});
+    const Json::Value mirror = ParseLine(VconfText(kAgreementsKey));
+    EXPECT_EQ(mirror["tnc"], "true");
+    EXPECT_EQ(mirror["pp"], "true");
+
+    // The same answer again, an unknown id, an unavailable record, no id: true, and nothing else.
+    EXPECT_EQ(Agree("tnc", true), Accepted());
+    EXPECT_EQ(Agree("nope", false), Accepted());
+    EXPECT_EQ(Agree("uhd_video", false), Accepted());
+    EXPECT_EQ(Ask("set one agreement"), Accepted());
+    ExpectNoNotification();
+    EXPECT_EQ(LogCount(kUpload), uploads + 1);
+
+    EXPECT_EQ(Agree("tnc", false), Accepted());
+    EXPECT_EQ(NextNotification()["agreements"], "tnc:false;");
+    EXPECT_EQ(ParseLine(VconfText(kAgreementsKey))["tnc"], "false");
+}
+
+TEST_F(ClientAgreements, AListIsBroadcastOnceAndAnEmptyListNotAtAll) {
+    const size_t uploads = LogCount(kUpload);
+    const size_t checks = LogCount("m_CheckRevisedTerms");
+    Json::Value request = Method("set agreements");
+    for (const auto& [id, agreed] : std::vector<std::pair<std::string, bool>>{
+             {"tnc", true}, {"pp", false}, {"nope", true}, {"viewing", true}, {"pp", false}}) {
+        Json::Value item(Json::objectValue);
+        item["request_item"] = id;
+        item["is_agreed"] = agreed;
+        request["agreements"].append(item);
+    }
+    EXPECT_TRUE(Ask(request).isNull());
+    EXPECT_EQ(NextNotification()["agreements"], "tnc:true;pp:false;viewing:true;");
+    ExpectNoNotification();
+    EXPECT_EQ(LogCount(kUpload), uploads + 1);
+    EXPECT_TRUE(WaitForLog("m_CheckRevisedTerms", checks + 1));
+
+    request["agreements"] = Json::Value(Json::arrayValue);
+    EXPECT_TRUE(Ask(request).isNull());
+    ExpectNoNotification();
+    EXPECT_EQ(LogCount(kUpload), uploads + 1);
+}
+
+TEST_F(ClientAgreements, AgreeingToAllSkipsThoseThatAgreeAlreadyAndClearsTheRevisedFlag) {
+    EXPECT_EQ(VconfNumber(kRevisedKey), 1);
+    Json::Value all = Method("set all agreement");
+    all["is_agreed"] = true;
+    EXPECT_TRUE(Ask(all).isNull());
+    EXPECT_EQ(NextNotification()["agreements"], "tnc:true;viewing:true;voice_new:true;");
+    EXPECT_TRUE(WaitUntil([] { return VconfNumber(kRevisedKey) == 0; }));
+    EXPECT_EQ(Ask("get revised disclaimers"), Accepted());
+
+    EXPECT_TRUE(Ask(all).isNull());
+    ExpectNoNotification();
+
+    all["is_agreed"] = false;
+    EXPECT_TRUE(Ask(all).isNull());
+    EXPECT_EQ(NextNotification()["agreements"], "pp:false;tnc:false;viewing:false;voice_new:false;");
+}
+
+using ClientReset = SeededService;
+
+TEST_F(ClientReset, ResetTakesBackTheAgreedAnswersAndEmptiesTheStore) {
+    const size_t uploads = LogCount(kUpload);
+    Reset();
+    // The unavailable record's answer is not taken back: only available records count.
+    EXPECT_EQ(NextNotification()["agreements"], "pp:false;");
+    EXPECT_EQ(LogCount(kUpload), uploads + 1);
+    for (int requester = 0; requester <= 4; ++requester) EXPECT_EQ(Number(requester), Counted(0));
+    EXPECT_EQ(QueryStore(m_root, "SELECT count(*) FROM table_tarvo_data_disclaimer_info"),
+              std::vector<std::string>{"0"});
+    EXPECT_EQ(QueryStore(m_root, "SELECT value FROM table_tarvo_data_control_info WHERE key = 1"),
+              std::vector<std::string>{""});
+    EXPECT_EQ(VconfNumber("db/ostrel/reset/tarvosetting"), 1);
+    EXPECT_EQ(VconfNumber(kRevisedKey), 0);
+    EXPECT_EQ(VconfText(kAgreementsKey), "");
+
+    Reset();
+    ExpectNoNotification();
+    EXPECT_EQ(LogCount(kUpload), uploads + 1);
+}
+
+class ResetWithoutAnswers : public SeededService {
+  protected:
+    std::vector<DisclaimerRow> Rows() const override {
+        std::vector<DisclaimerRow> rows = SeedRows();
+        for (auto& row : rows) row.agreed = false;
+        return rows;
+    }
+};
+
+TEST_F(ResetWithoutAnswers, ResetSendsNothingAndStillMarksTheReset) {
+    EXPECT_EQ(VconfNumber("db/ostrel/reset/tarvosetting"), -99);
+    Reset();
+    ExpectNoNotification();
+    EXPECT_EQ(LogCount(kUpload), 0u);
+    EXPECT_EQ(VconfNumber("db/ostrel/reset/tarvosetting"), 1);
+    EXPECT_EQ(Number(4), Counted(0));
+}
+
+using ClientClone = SeededService;
+
+TEST_F(ClientClone, CopiesToAndFromTheUsbFolderAnswerWithTheirResult) {
+    const std::string folder =
+        m_root.At("/opt/usr/apps/org.mirlo.cloning/data/Clone/org.mirlo.tarvodatacontrol-service");
+    EXPECT_EQ(Ask("Copy Clone Data USB to TV"), Refused());
+
+    EXPECT_EQ(Ask("Copy Clone Data TV to USB"), Accepted());
+    const std::string copied = ReadFile(folder + "/data.db");
+    EXPECT_FALSE(copied.empty());
+    EXPECT_EQ(copied, ReadFile(StoreFile(m_root)));
+
+    EXPECT_EQ(Ask("Copy Clone Data USB to TV"), Accepted());
+    EXPECT_EQ(ReadFile(StoreFile(m_root) + "_clone"), copied);
+
+    // A regular file where the clone folder must be.
+    std::filesystem::remove_all(folder);
+    WriteFile(folder, "not a folder");
+    EXPECT_EQ(Ask("Copy Clone Data TV to USB"), Refused());
+}
+
+TEST_F(ClientClone, SetCountryCodeWritesTheCountryWithoutFurtherWork) {
+    Json::Value request = Method("set country code");
+    request["country_code"] = "DE";
+    EXPECT_EQ(Ask(request), Accepted());
+    EXPECT_EQ(VconfText("db/nimbra/countrycode"), "DE");
+    ExpectNoNotification();
+}
+
+using WrongTypes = SeededService;
+
+TEST_F(WrongTypes, MissingKeysAndConvertibleValuesReadAsTheirDefaults) {
+    EXPECT_EQ(Ask("get disclaimer number"), Counted(3));
+    EXPECT_EQ(Ask("get disclaimer by order")["id"], "tnc");
+    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer number", "requester": true})")["reply"], Counted(3));
+    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer number", "requester": 2.7})")["reply"], Counted(4));
+    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer number", "requester": null})")["reply"], Counted(3));
+    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer by order", "request_index": true})")["reply"]["id"],
+              "pp");
+    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer by order", "request_index": 1.9})")["reply"]["id"],
+              "pp");
+    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer by term id", "request_item": 5})")["reply"], Refused());
+    for (const char* method : {"5", "true", "null", "1.5"}) {
+        const Json::Value answer = RawAnswer(std::string(R"({"method": )") + method + "}");
+        EXPECT_TRUE(answer.isMember("reply")) << method;
+        EXPECT_TRUE(answer["reply"].isNull()) << method;
+    }
+
+    EXPECT_EQ(RawAnswer(R"({"method": "set one agreement", "request_item": "tnc", "is_agreed": 1})")["reply"],
+              Accepted());
+    EXPECT_EQ(NextNotification()["agreements"], "tnc:true;");
+    EXPECT_EQ(
+        RawAnswer(R"({"method": "set one agreement", "request_item": "tnc", "is_agreed": 0.0})")["reply"],
+        Accepted());
+    EXPECT_EQ(NextNotification()["agreements"], "tnc:false;");
+    // No list at all, or something that has no elements: nothing to set.
+    for (const char* agreements : {R"("tnc")", "{}", "7", "[null]", R"([{"request_item": "tnc"}])"}) {
+        const Json::Value answer =
+            RawAnswer(std::string(R"({"method": "set agreements", "agreements": )") + agreements + "}");
+        EXPECT_TRUE(answer.isMember("reply")) << agreements;
+        EXPECT_TRUE(answer["reply"].isNull()) << agreements;
+    }
+    ExpectNoNotification();
+
+    EXPECT_EQ(RawAnswer(R"({"method": "set country code", "country_code": 44})")["reply"], Accepted());
+    EXPECT_EQ(VconfText("db/nimbra/countrycode"), "44");
+    EXPECT_EQ(RawAnswer(R"({"method": "request update disclaimers", "request_from": 7})")["reply"],
+              Accepted());
+}
+
+TEST_F(WrongTypes, ImpossibleConversionsGetErrorFramesAndTheHostGoesOn) {
+    const std::vector<std::string> calls = {
+        R"({"method": {"name": "get disclaimer number"}})",
+        R"({"method": ["get disclaimer number"]})",
+        R"({"method": "get disclaimer number", "requester": "0"})",
+        R"({"method": "get disclaimer number", "requester": 1e12})",
+        R"({"method": "get disclaimer by order", "request_index": 4294967296})",
+        R"({"method": "get disclaimer by order", "request_index": 1e30})",
+        R"({"method": "get disclaimer by order", "request_index": "0"})",
+        R"({"method": "get disclaimer by term id", "request_item": {"id": "tnc"}})",
+        R"({"method": "set one agreement", "request_item": "tnc", "is_agreed": "true"})",
+        R"({"method": "set one agreement", "request_item": ["tnc"], "is_agreed": true})",
+        R"({"method": "set agreements", "agreements": {"tnc": true}})",
+        R"({"method": "set agreements", "agreements": [5]})",
+        R"({"method": "set all agreement", "is_agreed": "yes"})",
+        R"({"method": "set country code", "country_code": {"code": "DE"}})",
+        R"({"method": "request update disclaimers", "request_from": ["wizard-terms"]})",
+    };
+    for (const auto& call : calls) {
+        const Json::Value answer = RawAnswer(call);
+        EXPECT_EQ(answer["id"], 99) << call;
+        EXPECT_TRUE(answer["error"].isString()) << call;
+        EXPECT_FALSE(answer.isMember("reply")) << call;
+    }
+    EXPECT_TRUE(WaitForLog("call threw", calls.size()));
+
+    ExpectNoNotification();
+    EXPECT_EQ(ById("tnc")["is_agreed"], false);
+    EXPECT_EQ(ById("pp")["is_agreed"], true);
+    EXPECT_EQ(VconfText("db/nimbra/countrycode"), "<unset>");
+    EXPECT_EQ(Number(0), Counted(3));
+}
+
+TEST_F(WrongTypes, AListThatThrowsHalfwayKeepsEarlierAnswersWithoutBroadcast) {
+    const Json::Value answer =
+        RawAnswer(R"({"method": "set agreements", "agreements": [{"request_item": "tnc", "is_agreed": true},)"
+                  R"( {"request_item": "pp", "is_agreed": "no"}]})");
+    EXPECT_TRUE(answer["error"].isString());
+    EXPECT_EQ(ById("tnc")["is_agreed"], true);
+    EXPECT_EQ(ById("pp")["is_agreed"], true);
+    ExpectNoNotification();
+    EXPECT_EQ(LogCount(kUpload), 0u);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo

@@ -1,0 +1,187 @@
+#include "sync_fixture.h"
+
+#include <vconf.h>
+
+#include <cstdlib>
+#include <sstream>
+
+namespace tarvo {
+namespace test {
+
+Json::Value ParseText(const std::string& text) {
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value value;
+    std::string errors;
+    if (text.empty() || !reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
+        return Json::Value();
+    }
+    return value;
+}
+
+std::vector<std::string> AgreementEntries(const std::string& text) {
+    std::vector<std::string> entries;
+    std::istringstream in(text);
+    for (std::string entry; std::getline(in, entry, ';');) entries.push_back(entry);
+    return entries;
+}
+
+void Sync::PrepareTelevision() {
+    const std::string state = m_root.Path() + "/cloud-state.json";
+    m_cloud =
+        std::make_unique<ChildProcess>(std::vector<std::string>{TARVO_CLOUD_BIN, "--openapi-port", "0",
+                                                                "--admin-port", "0", "--state-file", state},
+                                       std::map<std::string, std::string>{}, m_root.Path() + "/cloud");
+    ASSERT_TRUE(m_cloud->Started());
+    Json::Value ports;
+    ASSERT_TRUE(WaitUntil([&] { return (ports = ParseText(ReadFile(state))).isObject(); }))
+        << m_cloud->Stderr();
+    m_openapiPort = ports["openapi"].asInt();
+    m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
+    m_admin->set_read_timeout(10, 0);
+
+    SetVconf("db/nimbra/gpmurl/apps", "http://127.0.0.1:" + std::to_string(m_openapiPort));
+    SetVconf("db/nimbra/countrycode", "US");
+    SetVconf("db/nimbra/modelid", "UN55TU8000");
+    SetVconf("db/nimbra/duid", "DUID-SYNC-TEST");
+    SetVconf("db/menu_widget/language", "en_US.utf8");
+    m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
+}
+
+void Sync::StartService() {
+    setenv("TARVO_ALARM_SCALE", m_alarmScale.c_str(), 1);
+    setenv("TARVO_TIMEOUT_SCALE", "0.2", 1);
+    m_host = StartHost(m_root, TARVO_MODULE_PATH);
+    ASSERT_NE(m_host, nullptr);
+    ASSERT_TRUE(m_events.Connect(DefaultSocket(m_root)));
+    Json::Value subscribe(Json::objectValue);
+    subscribe["id"] = 0;
+    subscribe["subscribe"] = true;
+    ASSERT_TRUE(m_events.Send(subscribe));
+    const auto accepted = m_events.ReadFrame();
+    ASSERT_TRUE(accepted && (*accepted)["ok"].asBool());
+    ASSERT_TRUE(m_calls.Connect(DefaultSocket(m_root)));
+    // Available once the init event has created the info service.
+    ASSERT_TRUE(WaitUntil([&] { return Method("is service available")["result"].asBool(); }));
+}
+
+Json::Value Sync::Call(const Json::Value& request) {
+    const auto answer = m_calls.Call(request);
+    EXPECT_TRUE(answer && answer->isMember("reply")) << ToLine(request);
+    return answer ? (*answer)["reply"] : Json::Value();
+}
+
+Json::Value Sync::Method(const std::string& method) {
+    Json::Value request(Json::objectValue);
+    request["method"] = method;
+    return Call(request);
+}
+
+Json::Value Sync::RequestUpdate(const std::string& from) {
+    Json::Value request(Json::objectValue);
+    request["method"] = "request update disclaimers";
+    request["request_from"] = from;
+    EXPECT_TRUE(Call(request)["result"].asBool());
+    return Notification("new_disclaimer_got");
+}
+
+Json::Value Sync::Notification(const std::string& name) {
+    for (auto it = m_pending.begin(); it != m_pending.end(); ++it) {
+        if ((*it)["name"] == name) {
+            const Json::Value found = *it;
+            m_pending.erase(it);
+            return found;
+        }
+    }
+    while (const auto frame = m_events.ReadFrame(std::chrono::seconds(15))) {
+        const Json::Value& body = (*frame)["notification"];
+        if (body["name"] == name) return body;
+        m_pending.push_back(body);
+    }
+    ADD_FAILURE() << "no notification " << name;
+    return Json::Value();
+}
+
+std::map<std::string, Json::Value> Sync::Listed() {
+    Json::Value request(Json::objectValue);
+    request["method"] = "get disclaimer number";
+    request["requester"] = 4;
+    const unsigned number = Call(request)["number"].asUInt();
+    request["method"] = "get disclaimer by order";
+    std::map<std::string, Json::Value> listed;
+    for (unsigned i = 0; i < number; ++i) {
+        request["request_index"] = i;
+        const Json::Value reply = Call(request);
+        listed[reply["id"].asString()] = reply;
+    }
+    return listed;
+}
+
+void Sync::Agree(const std::vector<std::string>& ids) {
+    Json::Value request(Json::objectValue);
+    request["method"] = "set agreements";
+    for (const auto& id : ids) {
+        Json::Value item(Json::objectValue);
+        item["request_item"] = id;
+        item["is_agreed"] = true;
+        request["agreements"].append(item);
+    }
+    Call(request);
+    Notification("new_disclaimer_agree_changed");
+}
+
+// As the network manager does: the profile first, then the status key the service watches.
+void Sync::BringNetworkUp() {
+    m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = true; });
+    ASSERT_EQ(vconf_set_int("memory/dnet/status", 3), 0);
+}
+
+void Sync::SetVconf(const std::string& key, const std::string& value) {
+    ASSERT_EQ(vconf_set_str(key.c_str(), value.c_str()), 0) << key;
+}
+
+int Sync::VconfInt(const std::string& key) {
+    int value = -1;
+    vconf_get_int(key.c_str(), &value);
+    return value;
+}
+
+Json::Value Sync::CloudRequests() {
+    const auto listed = m_admin->Get("/admin/requests");
+    EXPECT_TRUE(listed);
+    return listed ? ParseText(listed->body) : Json::Value();
+}
+
+void Sync::ClearCloudRequests() { ASSERT_TRUE(m_admin->Delete("/admin/requests")); }
+
+void Sync::Fault(const std::string& json) {
+    m_admin->Delete("/admin/fault");
+    const auto set = m_admin->Post("/admin/fault", json, "application/json");
+    ASSERT_TRUE(set && set->status == 200) << json;
+}
+
+void Sync::Publish(const std::string& json) {
+    const auto published = m_admin->Post("/admin/publish", json, "application/json");
+    ASSERT_TRUE(published && published->status == 200) << json;
+}
+
+size_t Sync::LogCount(const std::string& text) const {
+    const std::string log = ReadFile(m_root.At("/var/log/tarvo.log"));
+    size_t count = 0;
+    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) ++count;
+    return count;
+}
+
+Json::Value Sync::DataSet(const std::string& country) {
+    return ParseText(ReadFile(std::string(TARVO_SOURCE_DIR) + "/data/openapi/" + country + ".json"));
+}
+
+Json::Value Sync::DataDisclaimer(const std::string& country, const std::string& id) {
+    for (const auto& disclaimer : DataSet(country)["disclaimers"]) {
+        if (disclaimer["id"] == id) return disclaimer;
+    }
+    return Json::Value();
+}
+
+}  // namespace test
+}  // namespace tarvo

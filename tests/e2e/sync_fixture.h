@@ -1,0 +1,75 @@
+// The service in the host against tarvo-cloud on loopback: a television whose network is down at
+// start (so nothing fetches until a test says so), a subscribed connection collecting the
+// notifications, a second one for calls, and the cloud's admin endpoint.
+#pragma once
+
+#include "host_client.h"
+#include "process.h"
+#include "tarvo_test.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tarvo {
+namespace test {
+
+class Sync : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        PrepareTelevision();
+        StartService();
+    }
+
+    // Starts the cloud and sets the device values the service needs to reach it.
+    void PrepareTelevision();
+    // Starts the host with short alarms and time-outs and waits for the service to be available.
+    void StartService();
+
+    Json::Value Call(const Json::Value& request);
+    Json::Value Method(const std::string& method);
+    // "request update disclaimers" from `from`, then the "new_disclaimer_got" it leads to.
+    Json::Value RequestUpdate(const std::string& from);
+    // The next notification named `name`; others that come first are kept for later.
+    Json::Value Notification(const std::string& name);
+    // Every disclaimer the store holds for requester 4, by id.
+    std::map<std::string, Json::Value> Listed();
+    // Agrees to `ids` and takes the change notification that follows.
+    void Agree(const std::vector<std::string>& ids);
+    void BringNetworkUp();
+    void SetVconf(const std::string& key, const std::string& value);
+    int VconfInt(const std::string& key);
+
+    Json::Value CloudRequests();
+    void ClearCloudRequests();
+    void Fault(const std::string& json);
+    void Publish(const std::string& json);
+    size_t LogCount(const std::string& text) const;
+
+    // The bundled data set of `country`, and one disclaimer of it.
+    static Json::Value DataSet(const std::string& country);
+    static Json::Value DataDisclaimer(const std::string& country, const std::string& id);
+
+    TempRoot m_root;
+    std::string m_alarmScale = "0.05";
+    std::unique_ptr<ChildProcess> m_cloud;
+    std::unique_ptr<ChildProcess> m_host;
+    int m_openapiPort = 0;
+    std::unique_ptr<httplib::Client> m_admin;
+    HostClient m_events;
+    HostClient m_calls;
+    std::deque<Json::Value> m_pending;
+};
+
+// Parses JSON text; null when it is none.
+Json::Value ParseText(const std::string& text);
+// "a:false;b:true;" as its entries.
+std::vector<std::string> AgreementEntries(const std::string& text);
+
+}  // namespace test
+}  // namespace tarvo

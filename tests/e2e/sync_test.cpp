@@ -1,0 +1,132 @@
+// Fetching disclaimers from the cloud into the store and merging what changed, through the host.
+#include "sync_fixture.h"
+
+#include <algorithm>
+
+namespace tarvo {
+namespace test {
+namespace {
+
+constexpr const char* kUsSet = "TVTERMS-US-2024-05";
+
+TEST_F(Sync, ComingOnlineFillsTheEmptyStoreAndAWakeupWithNothingNewFetchesOnlyTheNotice) {
+    BringNetworkUp();
+    const std::string agreements = Notification("new_disclaimer_agree_changed")["agreements"].asString();
+    const auto entries = AgreementEntries(agreements);
+    EXPECT_TRUE(std::is_sorted(entries.begin(), entries.end())) << agreements;
+    EXPECT_NE(std::find(entries.begin(), entries.end(), "tnc:false"), entries.end()) << agreements;
+    EXPECT_TRUE(std::all_of(entries.begin(), entries.end(), [](const std::string& e) {
+        return e.size() > 6 && e.substr(e.size() - 6) == ":false";
+    }));
+
+    const Json::Value requests = CloudRequests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0]["path"], "/apps/conf/v1/stacks/tarvoapp/checkversion");
+    EXPECT_EQ(requests[0]["query"]["countrycode"], "US");
+    EXPECT_EQ(requests[1]["path"], std::string("/apps/terms/v4/disclaimers/") + kUsSet);
+    EXPECT_EQ(requests[1]["query"]["lang"], "en");
+    auto listed = Listed();
+    EXPECT_EQ(listed["tnc"]["version"], DataDisclaimer("US", "tnc")["version"]);
+    EXPECT_EQ(listed["tnc"]["title"], DataDisclaimer("US", "tnc")["texts"]["en"]["title"]);
+    EXPECT_EQ(listed["pp"]["version"], DataDisclaimer("US", "pp")["version"]);
+
+    Agree({"tnc"});
+    ClearCloudRequests();
+    ASSERT_TRUE(m_calls.Control("wakeup"));
+    ASSERT_TRUE(WaitUntil([&] { return LogCount("m_CheckNeedGetDisclaimer false") == 1; }));
+    EXPECT_EQ(CloudRequests().size(), 1u);
+    EXPECT_TRUE(Listed()["tnc"]["is_agreed"].asBool());
+}
+
+TEST_F(Sync, ARequestFetchesIntoTheEmptyStoreAndTheNextOneIsAnsweredFromTheStore) {
+    const Json::Value first = RequestUpdate("wizard-terms");
+    EXPECT_EQ(first["result"], "success");
+    EXPECT_EQ(first["wizard_page"], "wizard-terms");
+    EXPECT_EQ(CloudRequests().size(), 2u);
+    EXPECT_FALSE(Listed().empty());
+
+    ClearCloudRequests();
+    const Json::Value second = RequestUpdate("settings");
+    EXPECT_EQ(second["result"], "success");
+    EXPECT_EQ(second["wizard_page"], "wizard-easy");
+    EXPECT_EQ(CloudRequests().size(), 0u);
+}
+
+// A store filled by a first request, with the cloud's record cleared.
+class SyncFilled : public Sync {
+  protected:
+    void SetUp() override {
+        Sync::SetUp();
+        ASSERT_EQ(RequestUpdate("wizard-terms")["result"], "success");
+        Notification("new_disclaimer_agree_changed");
+        ClearCloudRequests();
+    }
+};
+
+TEST_F(SyncFilled, SameVersionsInANewLanguageKeepTheAnswersAndReplaceTheTexts) {
+    Agree({"tnc", "viewing"});
+    SetVconf("db/menu_widget/language", "fr_FR.utf8");
+    EXPECT_EQ(RequestUpdate("wizard-terms")["result"], "success");
+
+    const Json::Value requests = CloudRequests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[1]["query"]["lang"], "fr");
+    const auto entries =
+        AgreementEntries(Notification("new_disclaimer_agree_changed")["agreements"].asString());
+    EXPECT_NE(std::find(entries.begin(), entries.end(), "tnc:false"), entries.end());
+    auto listed = Listed();
+    EXPECT_EQ(listed["tnc"]["title"], DataDisclaimer("US", "tnc")["texts"]["fr"]["title"]);
+    EXPECT_TRUE(listed["tnc"]["is_agreed"].asBool());
+    EXPECT_TRUE(listed["viewing"]["is_agreed"].asBool());
+}
+
+TEST_F(SyncFilled, NewVersionsKeepTheBaseAnswersButDropAndReviseAnyOther) {
+    Agree({"tnc", "pp", "viewing", "billing"});
+    Publish(R"({"country": "US", "id": "tnc", "version": "9.0"})");
+    Publish(R"({"country": "US", "id": "viewing", "version": "3.0"})");
+    // Country and language still fit, so only a new run picks the versions up.
+    BringNetworkUp();
+    EXPECT_EQ(Notification("new_disclaimer_agree_changed")["agreements"], "tnc:false;viewing:false;");
+
+    auto listed = Listed();
+    EXPECT_EQ(listed["tnc"]["version"], "9.0");
+    EXPECT_TRUE(listed["tnc"]["is_agreed"].asBool());
+    EXPECT_EQ(listed["viewing"]["version"], "3.0");
+    EXPECT_FALSE(listed["viewing"]["is_agreed"].asBool());
+    EXPECT_TRUE(listed["billing"]["is_agreed"].asBool());
+    const Json::Value revised = Method("get revised disclaimers")["disclaimers"];
+    ASSERT_EQ(revised.size(), 1u);
+    EXPECT_EQ(revised[0]["id"], "viewing");
+    EXPECT_TRUE(WaitUntil([&] { return VconfInt("db/tarvodatacontrol/disclaimer_revised") == 1; }));
+}
+
+TEST_F(SyncFilled, ACountryChangeClearsTheStoreAndRefillsItFromTheNewCountry) {
+    Agree({"tnc"});
+    SetVconf("db/nimbra/countrycode", "DE");
+    EXPECT_EQ(RequestUpdate("wizard-terms")["result"], "success");
+
+    EXPECT_EQ(LogCount("country code is different, clean Data"), 1u);
+    const Json::Value requests = CloudRequests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0]["query"]["countrycode"], "DE");
+    EXPECT_EQ(requests[1]["path"], "/apps/terms/v4/disclaimers/TVTERMS-DE-2024-04");
+    auto listed = Listed();
+    EXPECT_EQ(listed["pp"]["version"], DataDisclaimer("DE", "pp")["version"]);
+    EXPECT_FALSE(listed["tnc"]["is_agreed"].asBool());
+}
+
+TEST_F(SyncFilled, AFailedRefreshKeepsTheStoredRecordsAndAnswersWithThem) {
+    Agree({"tnc"});
+    SetVconf("db/menu_widget/language", "fr_FR.utf8");
+    Fault(R"({"path": "disclaimers", "kind": "stat_error", "code": "7002"})");
+    EXPECT_EQ(RequestUpdate("wizard-terms")["result"], "success");
+
+    EXPECT_EQ(CloudRequests().size(), 2u);
+    auto listed = Listed();
+    EXPECT_EQ(listed["tnc"]["title"], DataDisclaimer("US", "tnc")["texts"]["en"]["title"]);
+    EXPECT_TRUE(listed["tnc"]["is_agreed"].asBool());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo

@@ -1,0 +1,55 @@
+// Fills a root's store file as a television would hold it before any sync: rows written with
+// SQLite into ROOT's data.db in the store's own tables, before the service starts. Also reads
+// the file back for checks. Used from the test's thread only.
+#pragma once
+
+#include "tarvo_test.h"
+
+#include <string>
+#include <vector>
+
+namespace tarvo {
+namespace test {
+
+// One row of the disclaimer table. Defaults: an available record, visible everywhere.
+struct DisclaimerRow {
+    std::string id;
+    int order = 0;
+    std::string window = "Main";  // "Main", "Sub", "Menu" or anything else for none
+    std::string version = "1.0";
+    std::string title;
+    std::string intro;
+    std::string details;
+    std::vector<std::string> buttons;  // button1 onwards, at most 10
+    bool agreed = false;
+    bool agreementPut = false;
+    std::string countryCode = "US";
+    bool onlyNotice = false;
+    bool visibleAtPnP = true;
+    bool visibleAtMenu = true;
+    bool visibleAtHotel = true;
+    std::string agreeDependency;
+    bool checkVoiceRec = false;
+    bool checkUHDRM = false;
+    bool checkUHD = false;
+    bool ppUsed = false;
+    bool reverse = false;
+    bool revised = false;
+    std::string subLink;
+    bool forOstrel = false;
+};
+
+// ROOT + the store file's television path.
+std::string StoreFile(const TempRoot& root);
+
+// Creates the store file with its two tables, the current file version and, when not empty,
+// the language of the stored set, then the rows. False, with a test failure naming SQLite's
+// message, when something cannot be written.
+bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>& rows,
+                         const std::string& osdLanguage = "");
+
+// The first column of each row `sql` gives on the store file, NULL read as "<null>".
+std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql);
+
+}  // namespace test
+}  // namespace tarvo
