@@ -137,7 +137,7 @@ class SeededService : public ::testing::Test {
         return answer["reply"];
     }
 
-    Json::Value Ask(const std::string& method) { return Ask(Method(method)); }
+    Json::Value Ask(const char* method) { return Ask(Method(method)); }
 
     Json::Value Ordered(int requester, int index) {
         Json::Value request = Method("get disclaimer by order");
@@ -179,7 +179,9 @@ class SeededService : public ::testing::Test {
     Json::Value NextNotification() {
         const auto frame = m_listener.ReadFrame();
         EXPECT_TRUE(frame && frame->isMember("notification")) << (frame ? ToLine(*frame) : "nothing");
-        if (frame) EXPECT_EQ((*frame)["type"], "tarvodatacontrol");
+        if (frame) {
+            EXPECT_EQ((*frame)["type"], "tarvodatacontrol");
+        }
         return frame ? (*frame)["notification"] : Json::Value();
     }
 
@@ -204,11 +206,12 @@ class SeededService : public ::testing::Test {
         return WaitUntil([&] { return LogCount(text) >= count; });
     }
 
-    // Asks for the reset and waits for its last step.
+    // Asks for the reset and waits for its last step, the mark it leaves (logged just before).
     void Reset() {
         const size_t before = LogCount("set VCONF db/ostrel/reset/tarvosetting 1");
         EXPECT_EQ(Ask("request reset ostrel")["result"], true);
         ASSERT_TRUE(WaitForLog("set VCONF db/ostrel/reset/tarvosetting 1", before + 1));
+        ASSERT_TRUE(WaitUntil([] { return VconfNumber("db/ostrel/reset/tarvosetting") == 1; }));
     }
 
     TempRoot m_root;

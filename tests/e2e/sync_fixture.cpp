@@ -63,6 +63,8 @@ void Sync::StartService() {
     ASSERT_TRUE(m_calls.Connect(DefaultSocket(m_root)));
     // Available once the init event has created the info service.
     ASSERT_TRUE(WaitUntil([&] { return Method("is service available")["result"].asBool(); }));
+    // The network watch is set later in the same event.
+    ASSERT_TRUE(WaitUntil([&] { return LogCount("Data Control Service Created Success!") == 1; }));
 }
 
 Json::Value Sync::Call(const Json::Value& request) {
@@ -177,7 +179,8 @@ Json::Value Sync::DataSet(const std::string& country) {
 }
 
 Json::Value Sync::DataDisclaimer(const std::string& country, const std::string& id) {
-    for (const auto& disclaimer : DataSet(country)["disclaimers"]) {
+    const Json::Value set = DataSet(country);
+    for (const auto& disclaimer : set["disclaimers"]) {
         if (disclaimer["id"] == id) return disclaimer;
     }
     return Json::Value();

@@ -38,27 +38,33 @@ TEST_F(Sync, ComingOnlineFillsTheEmptyStoreAndAWakeupWithNothingNewFetchesOnlyTh
     EXPECT_TRUE(Listed()["tnc"]["is_agreed"].asBool());
 }
 
-TEST_F(Sync, ARequestFetchesIntoTheEmptyStoreAndTheNextOneIsAnsweredFromTheStore) {
-    const Json::Value first = RequestUpdate("wizard-terms");
-    EXPECT_EQ(first["result"], "success");
-    EXPECT_EQ(first["wizard_page"], "wizard-terms");
-    EXPECT_EQ(CloudRequests().size(), 2u);
-    EXPECT_FALSE(Listed().empty());
+TEST_F(Sync, TarvoctlUpdateWaitsForTheOutcomeAndThenListsTheRecords) {
+    auto update = [&](const std::string& name) {
+        return RunProgram({TARVO_CTL_BIN, "update", "--from", "wizard-terms", "--timeout", "20"}, {},
+                          m_root.Path() + "/" + name);
+    };
+    Fault(R"({"path": "checkversion", "kind": "stat_error", "code": "7001"})");
+    const RunResult failed = update("ctl-failed");
+    EXPECT_EQ(failed.exit_code, 1);
+    EXPECT_NE(failed.err.find("error_code 7001"), std::string::npos) << failed.err;
 
-    ClearCloudRequests();
-    const Json::Value second = RequestUpdate("settings");
-    EXPECT_EQ(second["result"], "success");
-    EXPECT_EQ(second["wizard_page"], "wizard-easy");
-    EXPECT_EQ(CloudRequests().size(), 0u);
+    m_admin->Delete("/admin/fault");
+    const RunResult done = update("ctl-done");
+    EXPECT_EQ(done.exit_code, 0) << done.err;
+    EXPECT_NE(done.err.find("waiting for the disclaimers"), std::string::npos) << done.err;
+    EXPECT_NE(done.out.find("tnc"), std::string::npos) << done.out;
+    EXPECT_NE(done.out.find(DataDisclaimer("US", "tnc")["texts"]["en"]["title"].asString()),
+              std::string::npos);
 }
 
-// A store filled by a first request, with the cloud's record cleared.
+// A store filled by a first request (both answers fetched), with the cloud's record cleared.
 class SyncFilled : public Sync {
   protected:
     void SetUp() override {
         Sync::SetUp();
         ASSERT_EQ(RequestUpdate("wizard-terms")["result"], "success");
         Notification("new_disclaimer_agree_changed");
+        ASSERT_EQ(CloudRequests().size(), 2u);
         ClearCloudRequests();
     }
 };
@@ -100,7 +106,12 @@ TEST_F(SyncFilled, NewVersionsKeepTheBaseAnswersButDropAndReviseAnyOther) {
     EXPECT_TRUE(WaitUntil([&] { return VconfInt("db/tarvodatacontrol/disclaimer_revised") == 1; }));
 }
 
-TEST_F(SyncFilled, ACountryChangeClearsTheStoreAndRefillsItFromTheNewCountry) {
+TEST_F(SyncFilled, TheStoreAnswersWhileItFitsAndACountryChangeClearsAndRefillsIt) {
+    const Json::Value fromStore = RequestUpdate("settings");
+    EXPECT_EQ(fromStore["result"], "success");
+    EXPECT_EQ(fromStore["wizard_page"], "wizard-easy");
+    EXPECT_EQ(CloudRequests().size(), 0u);
+
     Agree({"tnc"});
     SetVconf("db/nimbra/countrycode", "DE");
     EXPECT_EQ(RequestUpdate("wizard-terms")["result"], "success");

@@ -6,6 +6,7 @@
 #include "tarvo_test.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarvo {
@@ -13,9 +14,12 @@ namespace test {
 
 // One row of the disclaimer table. Defaults: an available record, visible everywhere.
 struct DisclaimerRow {
+    explicit DisclaimerRow(std::string row_id, int row_order = 0, std::string row_window = "Main")
+        : id(std::move(row_id)), order(row_order), window(std::move(row_window)) {}
+
     std::string id;
-    int order = 0;
-    std::string window = "Main";  // "Main", "Sub", "Menu" or anything else for none
+    int order;
+    std::string window;  // "Main", "Sub", "Menu" or anything else for none
     std::string version = "1.0";
     std::string title;
     std::string intro;

@@ -114,7 +114,7 @@ int RunList(Context& context, const std::vector<std::string>& args) {
         request["request_index"] = i;
         const auto reply = session.Ask(request);
         if (!reply) return session.ExitCode();
-        // A record withdrawn since the count was taken answers false and is left out.
+        // A record withdrawn since the count was taken answers false: left out, and the exit code says so.
         if ((*reply)["result"].asBool()) rows.push_back(DisclaimerRow(*reply));
     }
     if (!session.JsonOutput()) {

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace {
@@ -14,29 +13,25 @@ namespace {
 class UsageLogClient : public ::testing::Test {
   protected:
     void SetUp() override {
-        http.server.Post("/openapi/log/TarvoGlobal/US",
-                         [this](const httplib::Request& request, httplib::Response& response) {
-                             Json::Value document;
-                             EXPECT_TRUE(Json::Reader().parse(request.body, document)) << request.body;
-                             EXPECT_EQ(request.get_header_value("Content-Type"), "application/json");
-                             std::lock_guard<std::mutex> lock(mutex);
-                             posts.push_back(document);
-                             response.set_content("{}", "application/json");
-                         });
+        http.ServeAndRecord();
         http.Start();
         ILogger* made = nullptr;
         ASSERT_TRUE(CreateLogger(&made));
         logger.reset(made);
     }
-    size_t PostCount() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return posts.size();
+    std::vector<Json::Value> Posts() {
+        std::vector<Json::Value> posts;
+        for (const httplib::Request& request : http.Requests()) {
+            EXPECT_EQ(request.method, "POST");
+            EXPECT_EQ(request.get_header_value("Content-Type"), "application/json");
+            posts.emplace_back();
+            EXPECT_TRUE(Json::Reader().parse(request.body, posts.back())) << request.body;
+        }
+        return posts;
     }
 
     tarvo::test::TempRoot root;
     tarvo::test::LoopbackHttp http;
-    std::mutex mutex;  // guards posts
-    std::vector<Json::Value> posts;
     std::unique_ptr<ILogger> logger;
 };
 
@@ -49,16 +44,16 @@ TEST_F(UsageLogClient, PostsQueuedEventsWhenTheQueueIsFullOnFlushAndAtFinalize) 
     EXPECT_FALSE(logger->AddEventLog("UNKNOWN", "t", "c", "v", "d"));
 
     ASSERT_TRUE(logger->AddEventLog("P01", "2024-01-02T03:04:05+0000", "agree", "T-1010.5", "first"));
-    EXPECT_EQ(PostCount(), 0u);
+    EXPECT_EQ(Posts().size(), 0u);
     ASSERT_TRUE(logger->AddEventLog("P01", "2024-01-02T03:04:06+0000", "agree", "T-1010.5", "second"));
-    EXPECT_EQ(PostCount(), 1u) << "a full queue goes out at once";
+    EXPECT_EQ(Posts().size(), 1u) << "a full queue goes out at once";
     ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "third"));
     ASSERT_TRUE(logger->FlushLog());
     ASSERT_TRUE(logger->FlushLog()) << "an empty queue sends nothing";
     ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "fourth"));
     ASSERT_TRUE(logger->Finalize());
 
-    std::lock_guard<std::mutex> lock(mutex);
+    const std::vector<Json::Value> posts = Posts();
     ASSERT_EQ(posts.size(), 3u);
     Json::Value expected;
     Json::Reader().parse(R"({"service": "TarvoGlobal",
@@ -74,10 +69,10 @@ TEST_F(UsageLogClient, PostsQueuedEventsWhenTheQueueIsFullOnFlushAndAtFinalize) 
 }
 
 TEST_F(UsageLogClient, AFailedPostIsReportedAndItsBatchDropped) {
-    ASSERT_TRUE(logger->SetServiceConfInfo("TarvoGlobal", 30, 60, 0, 10, http.Url("/nowhere")));
+    ASSERT_TRUE(logger->SetServiceConfInfo("TarvoGlobal", 30, 60, 0, 10, http.Url("/fail")));
     ASSERT_TRUE(logger->AddEventConfInfo("P01", 30, 60, 0, 10));
     ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "d"));
-    EXPECT_FALSE(logger->FlushLog()) << "HTTP 404";
+    EXPECT_FALSE(logger->FlushLog()) << "HTTP 500";
     EXPECT_TRUE(logger->FlushLog());
 }
 

@@ -1,5 +1,5 @@
 // A cpp-httplib server on 127.0.0.1 and an ephemeral port, running on its own
-// thread from construction until destruction. Routes are added before Start().
+// thread from Start() until destruction. Routes are added before Start().
 #pragma once
 
 #include <httplib.h>
@@ -8,8 +8,10 @@
 
 #include "tarvo_test.h"
 
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace tarvo {
 namespace test {
@@ -23,6 +25,22 @@ class LoopbackHttp {
     }
     LoopbackHttp(const LoopbackHttp&) = delete;
     LoopbackHttp& operator=(const LoopbackHttp&) = delete;
+
+    // Routes added earlier win. Keeps every GET, PUT and POST and answers it with `answer`,
+    // with status 500 on /fail.
+    void ServeAndRecord() {
+        auto record = [this](const httplib::Request& request, httplib::Response& response) {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_requests.push_back(request);
+            response.status = request.path == "/fail" ? 500 : 200;
+            response.set_content(answer, "text/plain");
+        };
+        server.Get(".*", record).Put(".*", record).Post(".*", record);
+    }
+    std::vector<httplib::Request> Requests() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_requests;
+    }
 
     void Start() {
         m_port = server.bind_to_any_port("127.0.0.1");
@@ -39,10 +57,13 @@ class LoopbackHttp {
     }
 
     httplib::Server server;
+    std::string answer = "answer";  // set while no request is under way
 
   private:
     int m_port = 0;
     std::thread m_thread;
+    mutable std::mutex m_mutex;  // guards m_requests
+    std::vector<httplib::Request> m_requests;
 };
 
 }  // namespace test

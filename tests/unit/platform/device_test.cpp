@@ -1,0 +1,161 @@
+#include <factory_data.h>
+#include <hesper.h>
+#include <net_connection.h>
+#include <nimbra.h>
+#include <system_info.h>
+#include <tarvo/platform.h>
+#include <vconf.h>
+
+#include "tarvo_test.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+namespace {
+
+using tarvo::test::TempRoot;
+
+// Frees a C string handed out by the platform.
+std::string Take(char* text) {
+    std::unique_ptr<char, decltype(&free)> owner(text, &free);
+    return text != nullptr ? text : "(null)";
+}
+
+TEST(DeviceProfile, CallsSeeProfileEditsAtTheirNextCallAndAPreparedRootKeepsThem) {
+    TempRoot root;
+    bool uhd = false;
+    ASSERT_EQ(system_info_get_value_bool(13, &uhd), 0);
+    EXPECT_TRUE(uhd);
+
+    root.EditProfile([](Json::Value& p) {
+        p["system_info"]["13"] = false;
+        p["system_info"]["128"] = "T-2000.1";
+        p["factory_data"]["166"] = 1;
+        p["firm_code"] = "T-NEW-2000.1";
+        p["term_error"] = "503";
+        p["deployment"]["log_staging_host"] = "127.0.0.1:9000";
+    });
+    ASSERT_TRUE(tarvo::platform::PrepareRoot(root.Path()));
+    ASSERT_EQ(system_info_get_value_bool(13, &uhd), 0);
+    EXPECT_FALSE(uhd);
+    char* text = nullptr;
+    ASSERT_EQ(system_info_get_value_string(128, &text), 0);
+    EXPECT_EQ(Take(text), "T-2000.1");
+    FactoryData data{};
+    ASSERT_NE(GetData(166, &data), 0);
+    EXPECT_EQ(data.i_val, 1);
+    ASSERT_EQ(hesper_get_quorbase_ver(&text), 0);
+    EXPECT_EQ(Take(text), "T-NEW-2000.1");
+    nimbra_get_term_error(&text);
+    EXPECT_EQ(Take(text), "503");
+    EXPECT_EQ(platform_deployment_value("log_staging_host"), "127.0.0.1:9000");
+    EXPECT_EQ(platform_deployment_value("agreement_staging_host"), "");
+
+    EXPECT_EQ(nimbra_set_gpm_countrycode("FR"), 1);
+    EXPECT_EQ(Take(vconf_get_str("db/nimbra/countrycode")), "FR");
+}
+
+TEST(DeviceProfile, MissingNullOrMistypedMembersFailAndLeaveOutputsAlone) {
+    TempRoot root;
+    root.EditProfile([](Json::Value& p) {
+        p["system_info"].removeMember("61");
+        p["system_info"]["13"] = "yes";
+        p["factory_data"].removeMember("112");
+        p["firm_code"] = Json::Value();
+        p["term_error"] = Json::Value();
+    });
+    bool flag = true;
+    EXPECT_NE(system_info_get_value_bool(61, &flag), 0);
+    EXPECT_NE(system_info_get_value_bool(13, &flag), 0);
+    EXPECT_TRUE(flag);
+    FactoryData data{};
+    data.i_val = 77;
+    EXPECT_EQ(GetData(112, &data), 0);
+    EXPECT_EQ(data.i_val, 77);
+    char* text = nullptr;
+    EXPECT_NE(hesper_get_quorbase_ver(&text), 0);
+    nimbra_get_term_error(&text);
+    EXPECT_EQ(text, nullptr);
+
+    std::filesystem::remove(tarvo::platform::DeviceProfilePath());
+    EXPECT_NE(system_info_get_value_string(128, &text), 0);
+    EXPECT_EQ(GetData(166, &data), 0);
+    nimbra_get_countrylist(&text);
+    EXPECT_EQ(text, nullptr);
+}
+
+class NetworkConnection : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(connection_create(&handle), CONNECTION_ERROR_NONE); }
+    void TearDown() override { EXPECT_EQ(connection_destroy(handle), CONNECTION_ERROR_NONE); }
+
+    int Status() {
+        int status = -1;
+        EXPECT_EQ(vconf_get_int("memory/dnet/status", &status), 0);
+        return status;
+    }
+
+    TempRoot root;
+    connection_h handle = nullptr;
+    connection_profile_h profile = nullptr;
+    connection_type_e type = CONNECTION_TYPE_WIFI;
+    char* mac = nullptr;
+    bool dns = false;
+};
+
+TEST_F(NetworkConnection, EachUpProfileGivesItsTypesStatusAndTheWiredAddress) {
+    struct Case {
+        const char* name;
+        connection_profile_type_e profile;
+        connection_type_e type;
+        int status;
+    };
+    for (const Case& c : {Case{"wifi", CONNECTION_PROFILE_TYPE_WIFI, CONNECTION_TYPE_WIFI, 1},
+                          Case{"cellular", CONNECTION_PROFILE_TYPE_CELLULAR, CONNECTION_TYPE_CELLULAR, 2},
+                          Case{"bt", CONNECTION_PROFILE_TYPE_BT, CONNECTION_TYPE_BT, 2},
+                          Case{"ethernet", CONNECTION_PROFILE_TYPE_ETHERNET, CONNECTION_TYPE_ETHERNET, 3}}) {
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE(tarvo::platform::SetNetworkUp(c.name));
+        EXPECT_EQ(Status(), c.status);
+        ASSERT_EQ(connection_get_current_profile(handle, &profile), CONNECTION_ERROR_NONE);
+        connection_profile_type_e profile_type;
+        ASSERT_EQ(connection_profile_get_type(profile, &profile_type), CONNECTION_ERROR_NONE);
+        EXPECT_EQ(profile_type, c.profile);
+        ASSERT_EQ(connection_get_type(handle, &type), CONNECTION_ERROR_NONE);
+        EXPECT_EQ(type, c.type);
+    }
+    EXPECT_FALSE(tarvo::platform::SetNetworkUp("token-ring"));
+    EXPECT_EQ(Status(), 3);
+
+    ASSERT_EQ(connection_get_mac_address(handle, CONNECTION_TYPE_ETHERNET, &mac), CONNECTION_ERROR_NONE);
+    EXPECT_EQ(Take(mac), "AA:BB:CC:DD:EE:FF");
+    ASSERT_EQ(connection_profile_check_default_dns(&dns), CONNECTION_ERROR_NONE);
+    EXPECT_TRUE(dns);
+}
+
+TEST_F(NetworkConnection, DownOrMissingNetworkFailsTheProfileAndReadsDisconnected) {
+    ASSERT_TRUE(tarvo::platform::SetNetworkDown());
+    EXPECT_EQ(Status(), 0);
+    EXPECT_LT(connection_get_current_profile(handle, &profile), 0);
+    ASSERT_EQ(connection_get_type(handle, &type), CONNECTION_ERROR_NONE);
+    EXPECT_EQ(type, CONNECTION_TYPE_DISCONNECTED);
+
+    root.EditProfile([](Json::Value& p) {
+        p["network"]["up"] = true;
+        p["network"].removeMember("mac");
+        p["network"].removeMember("dns");
+    });
+    EXPECT_LT(connection_get_mac_address(handle, CONNECTION_TYPE_ETHERNET, &mac), 0);
+    EXPECT_EQ(mac, nullptr);
+    dns = true;
+    ASSERT_EQ(connection_profile_check_default_dns(&dns), CONNECTION_ERROR_NONE);
+    EXPECT_FALSE(dns);
+
+    root.EditProfile([](Json::Value& p) { p.removeMember("network"); });
+    EXPECT_LT(connection_get_current_profile(handle, &profile), 0);
+}
+
+}  // namespace

@@ -1,0 +1,210 @@
+// The platform's runtime: the log, workers, alarms on a worker and power callbacks.
+#include <Sedge/Sedge.h>
+#include <bracken/ser.h>
+#include <device/power.h>
+#include <dlog.h>
+#include <tarvo/log_capture.h>
+#include <tarvo/platform.h>
+
+#include "tarvo_test.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using tarvo::platform::LogCapture;
+using tarvo::test::TempRoot;
+using tarvo::test::WaitUntil;
+
+TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPid) {
+    TempRoot root;
+    std::filesystem::remove_all(root.At("/var/log"));
+    __dlog_print(LOG_ID_MAIN, DLOG_WARN, "TarvoDataControl", "%s: \033[31m [%s:%d]%s\033[0m\n", "a.cpp", "Fn",
+                 12, " text");
+    __dlog_print(LOG_ID_MAIN, DLOG_DEBUG, "Other", "plain %d", 5);
+    __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "Other", "e");
+
+    const std::string pid = std::to_string(getpid());
+    const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
+    std::istringstream file(tarvo::test::ReadFile(root.At("/var/log/tarvo.log")));
+    std::vector<std::string> rest;
+    for (std::string line; std::getline(file, line);) {
+        EXPECT_TRUE(std::regex_match(line.substr(0, 23), stamp)) << line;
+        rest.push_back(line.substr(std::min<size_t>(23, line.size())));
+    }
+    EXPECT_EQ(rest, (std::vector<std::string>{
+                        " W/TarvoDataControl(" + pid + "): a.cpp: \033[31m [Fn:12] text\033[0m",
+                        " D/Other(" + pid + "): plain 5", " E/Other(" + pid + "): e"}));
+}
+
+TEST(PlatformLog, CaptureKeepsMessagesFromAnyThreadWhileItLives) {
+    TempRoot root;
+    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "before");
+    auto capture = std::make_unique<LogCapture>();
+    std::thread([] { __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "from %s\n", "worker"); }).join();
+    EXPECT_EQ(capture->Lines(), std::vector<std::string>{"from worker"});
+    capture.reset();
+    LogCapture later;
+    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "after");
+    EXPECT_EQ(later.Lines(), std::vector<std::string>{"after"});
+}
+
+TEST(Worker, OneWorkerPerNameRunsJobsInOrderOnOneThreadAndOutlivesThrowingJobs) {
+    TempRoot root;
+    LogCapture log;
+    auto worker = bracken::ser::WorkerFactory::Get()->GetWorker("ordered");
+    EXPECT_EQ(worker, bracken::ser::WorkerFactory::Get()->GetWorker("ordered"));
+    EXPECT_NE(worker, bracken::ser::WorkerFactory::Get()->GetWorker("other"));
+
+    worker->PostFunction([] { throw std::runtime_error("disk on fire"); });
+    worker->PostFunction([] { throw 42; });
+    std::mutex mutex;  // guards order and threads
+    std::vector<int> order;
+    std::vector<std::thread::id> threads;
+    for (int i = 0; i < 100; ++i) {
+        bracken::ser::Job* job = new bracken::ser::Job([&, i] {
+            std::lock_guard<std::mutex> lock(mutex);
+            order.push_back(i);
+            threads.push_back(std::this_thread::get_id());
+        });
+        ASSERT_TRUE(worker->Do(job));
+        EXPECT_EQ(job, nullptr);
+    }
+    ASSERT_TRUE(WaitUntil([&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        return order.size() == 100;
+    }));
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
+    for (const auto& id : threads) EXPECT_EQ(id, threads.front());
+    EXPECT_TRUE(log.Contains("job threw: disk on fire"));
+    EXPECT_EQ(log.Count("job threw:"), 2u);
+}
+
+bool CountFiring(void* arg) {
+    ++*static_cast<std::atomic<int>*>(arg);
+    return true;
+}
+
+class Alarm : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        setenv("TARVO_ALARM_SCALE", "0.01", 1);
+        ASSERT_TRUE(alarm.Create(worker.get(), 90000, 0));
+        alarm.SetAlarmCallback(&CountFiring, &fired);
+    }
+    // True once every job posted so far has run.
+    bool Drained() {
+        auto done = std::make_shared<std::promise<void>>();
+        auto reached = done->get_future();
+        worker->PostFunction([done] { done->set_value(); });
+        return reached.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    }
+    void WaitPast(unsigned long ms) {
+        const unsigned long start = Sedge::TCAlarm::GetTickCount();
+        ASSERT_TRUE(WaitUntil([&] { return Sedge::TCAlarm::GetTickCount() - start > ms; }));
+    }
+
+    TempRoot root;
+    std::shared_ptr<bracken::ser::Worker> worker = bracken::ser::WorkerFactory::Get()->GetWorker("alarm");
+    std::atomic<int> fired{0};
+    Sedge::TCAlarm alarm;
+};
+
+TEST_F(Alarm, FiresOnceAfterTheScaledIntervalAndARearmReplacesTheLastArming) {
+    const unsigned long armed_at = Sedge::TCAlarm::GetTickCount();
+    ASSERT_TRUE(alarm.Reset(5000, 1));  // 50 ms at this scale
+    ASSERT_TRUE(WaitUntil([&] { return fired.load() == 1; }));
+    EXPECT_GE(Sedge::TCAlarm::GetTickCount() - armed_at, 50u);
+
+    ASSERT_TRUE(alarm.Reset(3000, 1));
+    ASSERT_TRUE(alarm.Reset(1000, 1));
+    ASSERT_TRUE(WaitUntil([&] { return fired.load() == 2; }));
+    WaitPast(100);
+    ASSERT_TRUE(Drained());
+    EXPECT_EQ(fired.load(), 2);
+}
+
+TEST_F(Alarm, NoCallbackArrivesAfterDisarmOrDestructionEvenWhenTheExpiryIsQueued) {
+    // Hold the worker so that the expiries queue behind this job.
+    std::promise<void> gate;
+    auto opened = std::make_shared<std::shared_future<void>>(gate.get_future());
+    worker->PostFunction([opened] { opened->wait_for(std::chrono::seconds(20)); });
+    ASSERT_TRUE(alarm.Reset(100, 1));  // 1 ms: expires while the worker is held
+    auto doomed = std::make_unique<Sedge::TCAlarm>();
+    ASSERT_TRUE(doomed->Create(worker.get(), 90000, 0));
+    doomed->SetAlarmCallback(&CountFiring, &fired);
+    ASSERT_TRUE(doomed->Reset(100, 1));
+    WaitPast(50);
+    ASSERT_TRUE(alarm.Reset(0, 0));
+    doomed.reset();
+    gate.set_value();
+    ASSERT_TRUE(Drained());
+    EXPECT_EQ(fired.load(), 0);
+
+    // The same race many times, disarming from the worker itself as the service does.
+    for (int i = 0; i < 50; ++i) {
+        worker->PostFunction([&] {
+            alarm.Reset(100, 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            alarm.Reset(0, 0);
+        });
+    }
+    ASSERT_TRUE(Drained());
+    ASSERT_TRUE(Drained());  // the expiries queued by those jobs
+    EXPECT_EQ(fired.load(), 0);
+}
+
+// Written on the power thread, read after Run returns, which waits for the callbacks.
+std::vector<std::pair<std::string, int>> g_calls;
+std::vector<std::thread::id> g_threads;
+
+int Record(const char* who, int state) {
+    g_calls.emplace_back(who, state);
+    g_threads.push_back(std::this_thread::get_id());
+    return 1;
+}
+int First(int state, void*) { return Record("first", state); }
+int Second(int state, void*) { return Record("second", state); }
+int Waker(int state, void*) { return Record("waker", state); }
+int PowerOffAgain(int state, void*) {
+    // A callback that runs a power control itself must not deadlock.
+    if (state == 1) tarvo::platform::RunWakeup(2);
+    return 1;
+}
+
+TEST(DevicePower, CallbacksRunInSubscriptionOrderWithTheirStateOnOnePowerThread) {
+    TempRoot root;
+    ASSERT_EQ(device_power_subscribe_poweroff(&First, nullptr), 0);
+    ASSERT_EQ(device_power_subscribe_wakeup(&Waker, nullptr), 0);
+    ASSERT_EQ(device_power_subscribe_poweroff(&Second, nullptr), 0);
+    EXPECT_NE(device_power_subscribe_poweroff(nullptr, nullptr), 0);
+    ASSERT_TRUE(tarvo::platform::RunPowerOff(1 << 30));
+    ASSERT_TRUE(tarvo::platform::RunWakeup(7));
+    ASSERT_EQ(device_power_subscribe_poweroff(&PowerOffAgain, nullptr), 0);
+    ASSERT_TRUE(tarvo::platform::RunPowerOff(1));
+
+    using Call = std::pair<std::string, int>;
+    EXPECT_EQ(g_calls, (std::vector<Call>{{"first", 1 << 30},
+                                          {"second", 1 << 30},
+                                          {"waker", 7},
+                                          {"first", 1},
+                                          {"second", 1},
+                                          {"waker", 2}}));
+    EXPECT_NE(g_threads.front(), std::this_thread::get_id());
+    for (const auto& id : g_threads) EXPECT_EQ(id, g_threads.front());
+}
+
+}  // namespace
