@@ -87,26 +87,18 @@ TEST(DeviceProfile, MissingNullOrMistypedMembersFailAndLeaveOutputsAlone) {
     EXPECT_EQ(text, nullptr);
 }
 
-class NetworkConnection : public ::testing::Test {
-  protected:
-    void SetUp() override { ASSERT_EQ(connection_create(&handle), CONNECTION_ERROR_NONE); }
-    void TearDown() override { EXPECT_EQ(connection_destroy(handle), CONNECTION_ERROR_NONE); }
+int NetworkStatus() {
+    int status = -1;
+    EXPECT_EQ(vconf_get_int("memory/dnet/status", &status), 0);
+    return status;
+}
 
-    int Status() {
-        int status = -1;
-        EXPECT_EQ(vconf_get_int("memory/dnet/status", &status), 0);
-        return status;
-    }
-
+TEST(NetworkConnection, EachUpProfileGivesItsTypesStatusAndAddressAndADownOneReadsDisconnected) {
     TempRoot root;
     connection_h handle = nullptr;
+    ASSERT_EQ(connection_create(&handle), CONNECTION_ERROR_NONE);
     connection_profile_h profile = nullptr;
     connection_type_e type = CONNECTION_TYPE_WIFI;
-    char* mac = nullptr;
-    bool dns = false;
-};
-
-TEST_F(NetworkConnection, EachUpProfileGivesItsTypesStatusAndTheWiredAddress) {
     struct Case {
         const char* name;
         connection_profile_type_e profile;
@@ -119,7 +111,7 @@ TEST_F(NetworkConnection, EachUpProfileGivesItsTypesStatusAndTheWiredAddress) {
                           Case{"ethernet", CONNECTION_PROFILE_TYPE_ETHERNET, CONNECTION_TYPE_ETHERNET, 3}}) {
         SCOPED_TRACE(c.name);
         ASSERT_TRUE(tarvo::platform::SetNetworkUp(c.name));
-        EXPECT_EQ(Status(), c.status);
+        EXPECT_EQ(NetworkStatus(), c.status);
         ASSERT_EQ(connection_get_current_profile(handle, &profile), CONNECTION_ERROR_NONE);
         connection_profile_type_e profile_type;
         ASSERT_EQ(connection_profile_get_type(profile, &profile_type), CONNECTION_ERROR_NONE);
@@ -128,17 +120,18 @@ TEST_F(NetworkConnection, EachUpProfileGivesItsTypesStatusAndTheWiredAddress) {
         EXPECT_EQ(type, c.type);
     }
     EXPECT_FALSE(tarvo::platform::SetNetworkUp("token-ring"));
-    EXPECT_EQ(Status(), 3);
+    EXPECT_EQ(NetworkStatus(), 3);
 
+    char* mac = nullptr;
     ASSERT_EQ(connection_get_mac_address(handle, CONNECTION_TYPE_ETHERNET, &mac), CONNECTION_ERROR_NONE);
     EXPECT_EQ(Take(mac), "AA:BB:CC:DD:EE:FF");
+    bool dns = false;
     ASSERT_EQ(connection_profile_check_default_dns(&dns), CONNECTION_ERROR_NONE);
     EXPECT_TRUE(dns);
-}
 
-TEST_F(NetworkConnection, DownOrMissingNetworkFailsTheProfileAndReadsDisconnected) {
+    // Down or missing, the network has no profile and reads disconnected.
     ASSERT_TRUE(tarvo::platform::SetNetworkDown());
-    EXPECT_EQ(Status(), 0);
+    EXPECT_EQ(NetworkStatus(), 0);
     EXPECT_LT(connection_get_current_profile(handle, &profile), 0);
     ASSERT_EQ(connection_get_type(handle, &type), CONNECTION_ERROR_NONE);
     EXPECT_EQ(type, CONNECTION_TYPE_DISCONNECTED);
@@ -148,6 +141,7 @@ TEST_F(NetworkConnection, DownOrMissingNetworkFailsTheProfileAndReadsDisconnecte
         p["network"].removeMember("mac");
         p["network"].removeMember("dns");
     });
+    mac = nullptr;
     EXPECT_LT(connection_get_mac_address(handle, CONNECTION_TYPE_ETHERNET, &mac), 0);
     EXPECT_EQ(mac, nullptr);
     dns = true;
@@ -156,6 +150,7 @@ TEST_F(NetworkConnection, DownOrMissingNetworkFailsTheProfileAndReadsDisconnecte
 
     root.EditProfile([](Json::Value& p) { p.removeMember("network"); });
     EXPECT_LT(connection_get_current_profile(handle, &profile), 0);
+    EXPECT_EQ(connection_destroy(handle), CONNECTION_ERROR_NONE);
 }
 
 }  // namespace

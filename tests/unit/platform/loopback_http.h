@@ -1,5 +1,5 @@
 // A cpp-httplib server on 127.0.0.1 and an ephemeral port, running on its own
-// thread from Start() until destruction. Routes are added before Start().
+// thread from Start() until destruction. Routes of a test are added before Start().
 #pragma once
 
 #include <httplib.h>
@@ -26,9 +26,14 @@ class LoopbackHttp {
     LoopbackHttp(const LoopbackHttp&) = delete;
     LoopbackHttp& operator=(const LoopbackHttp&) = delete;
 
-    // Routes added earlier win. Keeps every GET, PUT and POST and answers it with `answer`,
+    std::vector<httplib::Request> Requests() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_requests;
+    }
+
+    // Keeps every GET, PUT and POST that no earlier route took and answers it with `answer`,
     // with status 500 on /fail.
-    void ServeAndRecord() {
+    void Start() {
         auto record = [this](const httplib::Request& request, httplib::Response& response) {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_requests.push_back(request);
@@ -36,13 +41,6 @@ class LoopbackHttp {
             response.set_content(answer, "text/plain");
         };
         server.Get(".*", record).Put(".*", record).Post(".*", record);
-    }
-    std::vector<httplib::Request> Requests() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_requests;
-    }
-
-    void Start() {
         m_port = server.bind_to_any_port("127.0.0.1");
         ASSERT_GT(m_port, 0);
         // The socket already listens, so requests queue until the thread accepts them.

@@ -13,10 +13,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -73,22 +73,21 @@ TEST(Worker, OneWorkerPerNameRunsJobsInOrderOnOneThreadAndOutlivesThrowingJobs) 
     worker->PostFunction([] { throw 42; });
     std::mutex mutex;  // guards order and threads
     std::vector<int> order;
-    std::vector<std::thread::id> threads;
+    std::set<std::thread::id> threads;
     for (int i = 0; i < 100; ++i) {
         bracken::ser::Job* job = new bracken::ser::Job([&, i] {
             std::lock_guard<std::mutex> lock(mutex);
             order.push_back(i);
-            threads.push_back(std::this_thread::get_id());
+            threads.insert(std::this_thread::get_id());
         });
         ASSERT_TRUE(worker->Do(job));
-        EXPECT_EQ(job, nullptr);
     }
     ASSERT_TRUE(WaitUntil([&] {
         std::lock_guard<std::mutex> lock(mutex);
         return order.size() == 100;
     }));
     for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
-    for (const auto& id : threads) EXPECT_EQ(id, threads.front());
+    EXPECT_EQ(threads.size(), 1u);
     EXPECT_TRUE(log.Contains("job threw: disk on fire"));
     EXPECT_EQ(log.Count("job threw:"), 2u);
 }
@@ -107,10 +106,9 @@ class Alarm : public ::testing::Test {
     }
     // True once every job posted so far has run.
     bool Drained() {
-        auto done = std::make_shared<std::promise<void>>();
-        auto reached = done->get_future();
-        worker->PostFunction([done] { done->set_value(); });
-        return reached.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        auto done = std::make_shared<std::atomic<bool>>(false);
+        worker->PostFunction([done] { *done = true; });
+        return WaitUntil([done] { return done->load(); });
     }
     void WaitPast(unsigned long ms) {
         const unsigned long start = Sedge::TCAlarm::GetTickCount();
@@ -139,9 +137,8 @@ TEST_F(Alarm, FiresOnceAfterTheScaledIntervalAndARearmReplacesTheLastArming) {
 
 TEST_F(Alarm, NoCallbackArrivesAfterDisarmOrDestructionEvenWhenTheExpiryIsQueued) {
     // Hold the worker so that the expiries queue behind this job.
-    std::promise<void> gate;
-    auto opened = std::make_shared<std::shared_future<void>>(gate.get_future());
-    worker->PostFunction([opened] { opened->wait_for(std::chrono::seconds(20)); });
+    auto open = std::make_shared<std::atomic<bool>>(false);
+    worker->PostFunction([open] { WaitUntil([open] { return open->load(); }, std::chrono::seconds(20)); });
     ASSERT_TRUE(alarm.Reset(100, 1));  // 1 ms: expires while the worker is held
     auto doomed = std::make_unique<Sedge::TCAlarm>();
     ASSERT_TRUE(doomed->Create(worker.get(), 90000, 0));
@@ -150,7 +147,7 @@ TEST_F(Alarm, NoCallbackArrivesAfterDisarmOrDestructionEvenWhenTheExpiryIsQueued
     WaitPast(50);
     ASSERT_TRUE(alarm.Reset(0, 0));
     doomed.reset();
-    gate.set_value();
+    *open = true;
     ASSERT_TRUE(Drained());
     EXPECT_EQ(fired.load(), 0);
 

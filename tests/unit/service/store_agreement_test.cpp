@@ -20,7 +20,7 @@ class AgreementState : public StartedStore {
 };
 }  // namespace
 
-TEST_F(AgreementState, PlainAnswerChangesRecordRowAndMirrorOnlyWhenItDiffers) {
+TEST_F(AgreementState, PlainAnswerChangesRecordRowAndMirrorOnlyWhenItDiffersAndTheUploadMarkCoversIt) {
     TarvoDisclaimerDataItem tnc = Record("tnc");
     tnc.isAgreementPut = tnc.hasRevised = true;
     for (const auto& item : {tnc, Record("pp"), Record("main_common")}) Put(item);
@@ -36,10 +36,20 @@ TEST_F(AgreementState, PlainAnswerChangesRecordRowAndMirrorOnlyWhenItDiffers) {
     EXPECT_EQ("tnc:true;", changes);
     EXPECT_TRUE(log.Contains("not available id main_common"));
 
+    // The upload mark counts available answers that are no mere notice.
+    TarvoDisclaimerDataItem notice = Record("tidemark");
+    notice.isOnlyNotice = true;
+    Put(notice);
+    EXPECT_FALSE(store->IsAgreementPut());
+    store->SetAgreementPut();
+    EXPECT_TRUE(store->IsAgreementPut());
+    EXPECT_EQ("110", RowAnswer("tnc"));
+    EXPECT_EQ("000", RowAnswer("tidemark"));
+
     ASSERT_TRUE(Restart());
     EXPECT_TRUE(store->IsDisclaimerAgreed("tnc"));
     EXPECT_FALSE(store->IsDisclaimerAgreed("unknown"));
-    EXPECT_EQ("{\"pp\":\"false\",\"tnc\":\"true\"}\n", VconfStr(kAgreementsKey));
+    EXPECT_EQ("{\"pp\":\"false\",\"tidemark\":\"false\",\"tnc\":\"true\"}\n", VconfStr(kAgreementsKey));
 }
 
 TEST_F(AgreementState, SubLinkRecordPassesItsAnswerToItsLinks) {
@@ -94,23 +104,4 @@ TEST_F(AgreementState, DefaultStatusFollowsTncAndPpButNeverOverwritesOtherValues
     store->ClearDisclaimerItems();
     EXPECT_EQ(0, VconfInt(kDefaultAgreeKey));
     EXPECT_EQ(0, VconfInt(kAutoUpdateKey));
-}
-
-TEST_F(AgreementState, AgreementPutCountsOnlyAvailableAnswersThatAreNoNotice) {
-    EXPECT_TRUE(store->IsAgreementPut());
-    TarvoDisclaimerDataItem notice = Record("tidemark");
-    notice.isOnlyNotice = true;
-    Put(notice);
-    Put(Record("main_common"));
-    EXPECT_TRUE(store->IsAgreementPut());
-
-    Put(Record("tnc"));
-    EXPECT_FALSE(store->IsAgreementPut());
-    store->SetAgreementPut();
-    EXPECT_TRUE(store->IsAgreementPut());
-    EXPECT_EQ("010", RowAnswer("tnc"));
-    EXPECT_EQ("0", DbOne("SELECT isAgreementPut FROM table_tarvo_data_disclaimer_info WHERE id='tidemark'"));
-
-    Set("tnc", true);
-    EXPECT_FALSE(store->IsAgreementPut());
 }

@@ -1,4 +1,5 @@
-// The store's file: first start, restart, reset flag, version check, damaged files, failed reset.
+// The store's file: first start, restart, reset flag, version check, damaged files, failed reset,
+// and its clone copies.
 #include <unistd.h>
 
 #include <filesystem>
@@ -8,35 +9,26 @@
 using namespace store_test;
 
 namespace {
-class StoreFile : public StoreFixture {};
+using StoreFile = StoreFixture;
 const char* const kVersionQuery = "SELECT value FROM table_tarvo_data_control_info WHERE key=2";
+bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 }  // namespace
 
-TEST_F(StoreFile, FirstStartCreatesFolderFileAndSchemaAndClearsTheResetFlag) {
+TEST_F(StoreFile, FirstStartMakesTheFileAndClearsTheResetFlagAndARestartKeepsItUnlessTheFlagIsOne) {
     vconf_set_int(kResetFlagKey, 2);
     ASSERT_TRUE(store->Initialize());
     EXPECT_TRUE(log.Contains("try to create a new database!")) << "no folder at first";
     EXPECT_EQ(0, VconfInt(kResetFlagKey));
     EXPECT_EQ("", store->GetDisclaimerOSDLanguge());
-
-    Rows schema = Db("SELECT name, sql FROM sqlite_master WHERE type='table' ORDER BY name");
-    ASSERT_EQ(2u, schema.size());
-    EXPECT_EQ(
-        "CREATE TABLE table_tarvo_data_control_info ( \t\tkey int not null  primary key, \t\tvalue text\t\t)",
-        schema[0][1]);
-    EXPECT_EQ("table_tarvo_data_disclaimer_info", schema[1][0]);
-    EXPECT_NE(std::string::npos, schema[1][1].find("\t\t\tsubLink text,\t\t\tisForOstrel)"));
+    EXPECT_EQ((Rows{{"table_tarvo_data_control_info"}, {"table_tarvo_data_disclaimer_info"}}),
+              Db("SELECT name FROM sqlite_master WHERE type='table' ORDER BY name"));
     // The first read of key 1 made its row with empty text.
     EXPECT_EQ((Rows{{"1", ""}, {"2", "1.0"}}),
               Db("SELECT key, value FROM table_tarvo_data_control_info ORDER BY key"));
-}
 
-TEST_F(StoreFile, RestartKeepsRowsAndInfoValuesUnlessTheResetFlagIsOne) {
-    ASSERT_TRUE(store->Initialize());
     Put(Record("tnc"));
     store->SetDisclaimerOSDLanguge("fra");
     store->SetDisclaimerXMLData("{\"rsp\":{}}");
-
     ASSERT_TRUE(Restart());
     EXPECT_TRUE(store->IsDisclaimerExist("tnc"));
     EXPECT_EQ("fra", store->GetDisclaimerOSDLanguge());
@@ -68,7 +60,7 @@ TEST_F(StoreFile, FileThatIsNoDatabaseFailsInitializeAndIsGoneAtTheNextStart) {
     tarvo::test::WriteFile(root.At(kDataBase), std::string(4096, 'x'));
     EXPECT_FALSE(store->Initialize());
     EXPECT_TRUE(log.Contains("create info table fail!"));
-    EXPECT_NE(0, access(root.At(kDataBase).c_str(), F_OK));
+    EXPECT_FALSE(Exists(root.At(kDataBase)));
 
     ASSERT_TRUE(Restart());
     EXPECT_EQ("1.0", DbOne(kVersionQuery));
@@ -83,4 +75,45 @@ TEST_F(StoreFile, ResetWhoseReopenFailsEndsTheProcessAfterItsLogLine) {
     EXPECT_DEATH(store->ResetDataBase(), "Assertion `0 == liRet' failed");
     EXPECT_NE(std::string::npos,
               tarvo::test::ReadFile(root.At("/var/log/tarvo.log")).find("exit process with assert!!!"));
+}
+
+class CloneCopies : public StartedStore {
+  protected:
+    void SetUp() override {
+        StartedStore::SetUp();
+        Put(Record("tnc"));
+    }
+    std::string WaitingClone() { return root.At(kDataBase) + "_clone"; }
+};
+
+TEST_F(CloneCopies, CopyFromUsbWaitsBesideTheFileUntilTheNextStartOrFactoryItem273) {
+    EXPECT_FALSE(store->CopyCloneDataUSBtoTV()) << "no clone yet";
+    ASSERT_TRUE(store->CopyCloneDataTVtoUSB());
+    EXPECT_EQ(tarvo::test::ReadFile(root.At(kDataBase)), tarvo::test::ReadFile(root.At(kCloneDataBase)));
+    Put(Record("pp"));
+    ASSERT_TRUE(store->CopyCloneDataTVtoUSB()) << "a second copy replaces the first";
+    store->ClearDisclaimerItems();
+    ASSERT_TRUE(store->CopyCloneDataUSBtoTV());
+    EXPECT_TRUE(Exists(WaitingClone()));
+    EXPECT_FALSE(store->IsDisclaimerExist("tnc"));
+
+    ASSERT_TRUE(Restart());
+    EXPECT_EQ("pp tnc ", SnapshotIds(false));
+    EXPECT_FALSE(Exists(WaitingClone()));
+
+    // Item 273 fetches the clone within the start itself.
+    store->ClearDisclaimerItems();
+    root.EditProfile([](Json::Value& p) { p["factory_data"]["273"] = 1; });
+    ASSERT_TRUE(Restart());
+    EXPECT_TRUE(store->IsDisclaimerExist("tnc"));
+}
+
+TEST_F(CloneCopies, CloneThatIsNoDatabaseFailsOneStartWhileTheStoreGoesOnServing) {
+    tarvo::test::WriteFile(root.At(kCloneDataBase), std::string(2048, 'z'));
+    ASSERT_TRUE(store->CopyCloneDataUSBtoTV());
+    EXPECT_FALSE(Restart());
+    Put(Record("pp"));
+    EXPECT_EQ("pp ", OrderedIds(4));
+    ASSERT_TRUE(Restart());
+    EXPECT_EQ("", SnapshotIds(false));
 }

@@ -54,28 +54,6 @@ inline std::string Dump(const TarvoDisclaimerDataItem& r) {
     return out.str();
 }
 
-// Runs `sql` on the file through a connection of its own, as another program would; NULL reads
-// as "<null>".
-inline Rows Query(const std::string& path, const std::string& sql) {
-    Rows rows;
-    sqlite3* db = nullptr;
-    EXPECT_EQ(SQLITE_OK, sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr)) << path;
-    auto collect = [](void* out, int n, char** values, char**) {
-        std::vector<std::string> row;
-        for (int i = 0; i < n; ++i) row.push_back(values[i] ? values[i] : "<null>");
-        static_cast<Rows*>(out)->push_back(row);
-        return 0;
-    };
-    sqlite3_exec(db, sql.c_str(), collect, &rows, nullptr);
-    sqlite3_close(db);
-    return rows;
-}
-
-inline std::string One(const std::string& path, const std::string& sql) {
-    Rows rows = Query(path, sql);
-    return rows.empty() ? "<none>" : rows[0][0];
-}
-
 inline std::string VconfStr(const char* key) {
     char* value = vconf_get_str(key);
     std::string text = value ? value : "<unset>";
@@ -133,8 +111,24 @@ class StoreFixture : public ::testing::Test {
         return ids;
     }
     void Put(const TarvoDisclaimerDataItem& item) { store->SetDisclaimerItem(&item); }
-    Rows Db(const std::string& sql) { return Query(root.At(kDataBase), sql); }
-    std::string DbOne(const std::string& sql) { return One(root.At(kDataBase), sql); }
+    // Runs `sql` on the file through a connection of its own, as another program would; NULL
+    // reads as "<null>".
+    Rows Db(const std::string& sql) {
+        Rows rows;
+        sqlite3* db = nullptr;
+        EXPECT_EQ(SQLITE_OK,
+                  sqlite3_open_v2(root.At(kDataBase).c_str(), &db, SQLITE_OPEN_READWRITE, nullptr));
+        auto collect = [](void* out, int n, char** values, char**) {
+            std::vector<std::string> row;
+            for (int i = 0; i < n; ++i) row.push_back(values[i] ? values[i] : "<null>");
+            static_cast<Rows*>(out)->push_back(row);
+            return 0;
+        };
+        sqlite3_exec(db, sql.c_str(), collect, &rows, nullptr);
+        sqlite3_close(db);
+        return rows;
+    }
+    std::string DbOne(const std::string& sql) { return Db(sql).at(0).at(0); }
 
     // Constructed first: every platform call below sees the fresh root.
     tarvo::test::TempRoot root;

@@ -1,14 +1,17 @@
-// Disclaimer records: their row form, reading odd rows, availability on this device, and the
-// requesters' filters and orders.
+// Disclaimer records: their row form, availability on this device, the requesters' filters and
+// orders, and the store under a lost table and several threads at once.
+#include <atomic>
+#include <thread>
+
 #include "store_fixture.h"
 
 using namespace store_test;
 
 namespace {
-class StoreRecords : public StartedStore {};
+using StoreRecords = StartedStore;
 }  // namespace
 
-TEST_F(StoreRecords, RecordWithEveryFieldSurvivesTheTableAndARestart) {
+TEST_F(StoreRecords, RecordWithEveryFieldSurvivesTheTableAndARestartAndIsReplacedWhole) {
     TarvoDisclaimerDataItem item;
     int n = 0;
     for (std::string* text :
@@ -31,34 +34,10 @@ TEST_F(StoreRecords, RecordWithEveryFieldSurvivesTheTableAndARestart) {
 
     ASSERT_TRUE(Restart());
     EXPECT_EQ(Dump(item), Dump(Snapshot(false)["voice_new"]));
-}
 
-TEST_F(StoreRecords, NullColumnsOddTypesAndUnknownWindowNamesReadAsFarAsTheyGo) {
-    Stop();
-    Db("INSERT INTO table_tarvo_data_disclaimer_info (id, disorder, displayWindow, version) VALUES "
-       "('tnc', 3, 'main', '2'), ('pp', 4, 'Menu', '2')");
-    Db("INSERT INTO table_tarvo_data_disclaimer_info (id, disorder, displayWindow, version, title, details, "
-       "isAgreed, isForOstrel) VALUES ('rm', 'abc', 1, 3.5, 42, x'41420043', 'yes', 2.5)");
-    ASSERT_TRUE(store->Initialize());
-
-    auto all = Snapshot(false);
-    TarvoDisclaimerDataItem tnc;
-    tnc.id = "tnc";
-    tnc.disorder = 3;
-    tnc.version = "2";
-    EXPECT_EQ(Dump(tnc), Dump(all["tnc"]));
-    EXPECT_EQ(TARVO_DISCLAIMER_WINDOW_MENU, all["pp"].displayWindow);
-    TarvoDisclaimerDataItem rm;
-    rm.id = "rm";
-    rm.version = "3.5";
-    rm.title = "42";
-    rm.details = "AB";
-    rm.isForOstrel = true;
-    EXPECT_EQ(Dump(rm), Dump(all["rm"]));
-
-    rm.displayWindow = TARVO_DISCLAIMER_WINDOW_MAIN;
-    Put(rm);
-    EXPECT_EQ("rm pp ", OrderedIds(4));
+    // Setting a known id replaces the whole record.
+    Put(Record("voice_new"));
+    EXPECT_EQ(Dump(Record("voice_new")), Dump(Snapshot(false)["voice_new"]));
 }
 
 TEST_F(StoreRecords, AvailabilityFollowsTheDeviceProfileWhileRunning) {
@@ -103,18 +82,70 @@ TEST_F(StoreRecords, RequestersSeeTheirOwnFilterAndOrder) {
     for (int none : {3, 5, -1}) EXPECT_EQ("", OrderedIds(none)) << none;
 }
 
-TEST_F(StoreRecords, SettingAKnownIdReplacesTheWholeRecordAndClearingForgetsAll) {
-    TarvoDisclaimerDataItem tnc = Record("tnc");
-    tnc.isAgreed = true;
-    Put(tnc);
-    tnc = Record("tnc");
-    tnc.version = "2.0";
-    Put(tnc);
-    EXPECT_FALSE(store->IsDisclaimerAgreed("tnc"));
-    EXPECT_EQ((Rows{{"2.0", "0"}}), Db("SELECT version, isAgreed FROM table_tarvo_data_disclaimer_info"));
+TEST_F(StoreRecords, TablesLostUnderTheConnectionLeaveTheStoreServingFromMemory) {
+    Put(Record("tnc"));
+    store->SetDisclaimerOSDLanguge("eng");
+    {
+        // Another writer holds the file, so the store's delete fails and it starts a new, empty file.
+        sqlite3* other = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_open(root.At(kDataBase).c_str(), &other));
+        ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr));
+        store->ClearDisclaimerItems();
+        sqlite3_close(other);
+    }
+    EXPECT_TRUE(log.Contains("delete disclaimer items fail!"));
+    EXPECT_EQ("0", DbOne("SELECT count(*) FROM sqlite_master"));
 
-    store->ClearDisclaimerItems();
+    Put(Record("pp"));
+    EXPECT_TRUE(log.Contains("prepare fail("));
+    std::string changes;
+    store->SetAgreement("pp", true, changes);
+    EXPECT_EQ("pp:true;", changes);
+    EXPECT_EQ("{\"pp\":\"true\"}\n", VconfStr(kAgreementsKey));
+    store->SetDisclaimerOSDLanguge("deu");
+    EXPECT_EQ("deu", store->GetDisclaimerOSDLanguge());
+
+    // The next start builds the tables again; what lived only in memory is gone.
+    ASSERT_TRUE(Restart());
     EXPECT_EQ("", SnapshotIds(false));
-    EXPECT_EQ("", VconfStr(kAgreementsKey));
-    EXPECT_EQ("0", DbOne("SELECT count(*) FROM table_tarvo_data_disclaimer_info"));
+    EXPECT_EQ("", store->GetDisclaimerOSDLanguge());
+}
+
+TEST_F(StoreRecords, ConcurrentAnswersAndSnapshotsLeaveTheTableEqualToMemory) {
+    const std::vector<std::string> ids = {"tnc", "pp", "rm", "nuance", "yahoo", "billing"};
+    for (size_t i = 0; i < ids.size(); ++i)
+        Put(Record(ids[i], TARVO_DISCLAIMER_WINDOW_MAIN, static_cast<int>(i)));
+
+    std::atomic<bool> snapshotsWhole{true};
+    std::vector<std::thread> threads;
+    for (int writer = 0; writer < 3; ++writer) {
+        threads.emplace_back([&, writer] {
+            for (int round = 0; round < 60; ++round) {
+                std::string changes;
+                store->SetAgreement(ids[(round + writer) % ids.size()], (round / 2 + writer) % 2 == 0,
+                                    changes);
+                if (round % 20 == writer) store->SetAgreementPut();
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int round = 0; round < 60; ++round) {
+            if (Snapshot(true).size() != ids.size()) snapshotsWhole = false;
+            if (OrderedIds(0) != "tnc pp rm nuance yahoo billing ") snapshotsWhole = false;
+            store->IsAgreementPut();
+        }
+    });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_TRUE(snapshotsWhole);
+
+    Rows expected;
+    Json::Value mirror(Json::objectValue);
+    for (const auto& entry : Snapshot(false)) {
+        expected.push_back({entry.first, std::to_string(entry.second.isAgreed),
+                            std::to_string(entry.second.isAgreementPut)});
+        mirror[entry.first] = entry.second.isAgreed ? "true" : "false";
+    }
+    EXPECT_EQ(expected,
+              Db("SELECT id, isAgreed, isAgreementPut FROM table_tarvo_data_disclaimer_info ORDER BY id"));
+    EXPECT_EQ(Json::FastWriter().write(mirror), VconfStr(kAgreementsKey));
 }
