@@ -108,6 +108,11 @@ int main(int argc, char** argv) {
 
     // Before any platform call: every television path resolves under this root.
     if (options.root) setenv("TARVO_ROOT", options.root->c_str(), 1);
+    if (tarvo::platform::Root().empty()) {
+        std::cerr << "tarvo-service-host: no --root and no TARVO_ROOT: the service uses this machine's own "
+                     "/opt, /var and /run, as on a television"
+                  << std::endl;
+    }
     const std::string socket_path =
         options.socket ? *options.socket : platform_path("/run/tarvodatacontrol.sock");
 
@@ -135,6 +140,7 @@ int main(int argc, char** argv) {
     int received = 0;
     while (sigwait(&stop_signals, &received) != 0) {
     }
+    std::cerr << "tarvo-service-host: stopping on signal " << received << std::endl;
     server.Stop();
     // The service has no orderly end: its threads live until the process goes.
     Leave(0);

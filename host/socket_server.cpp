@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -195,7 +197,25 @@ void SocketServer::m_AcceptLoop() {
             if (m_stopping) return;
             m_connections.insert(connection);
         }
-        std::thread([this, connection] { m_ServeConnection(connection); }).detach();
+        try {
+            std::thread([this, connection] {
+                try {
+                    m_ServeConnection(connection);
+                } catch (const std::exception& e) {
+                    __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "connection ended: %s", e.what());
+                } catch (...) {
+                    __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag,
+                                 "connection ended by an unknown exception");
+                }
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_connections.erase(connection);
+            }).detach();
+        } catch (const std::system_error& e) {
+            // Out of threads for now: this client is turned away, the host goes on.
+            __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "cannot serve a client: %s", e.what());
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_connections.erase(connection);
+        }
     }
 }
 
@@ -231,8 +251,6 @@ void SocketServer::m_ServeConnection(std::shared_ptr<Connection> connection) {
         }
     }
     if (!pending.empty() && !discarding) m_HandleLine(*connection, pending);
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_connections.erase(connection);
 }
 
 void SocketServer::m_HandleLine(Connection& connection, const std::string& line) {

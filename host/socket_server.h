@@ -38,6 +38,7 @@ class SocketServer {
     struct Connection;
 
     void m_AcceptLoop();
+    // Reads and answers lines until the peer goes; its thread then forgets the connection.
     void m_ServeConnection(std::shared_ptr<Connection> connection);
     void m_HandleLine(Connection& connection, const std::string& line);
 

@@ -1,4 +1,5 @@
-// Factory data of the set, read from the device profile's "factory_data" object.
+// Factory data of the set, read from the device profile's "factory_data" object at each
+// call. Stateless and callable from any thread.
 #pragma once
 
 #include <stdint.h>

@@ -1,4 +1,5 @@
-// Firm code of the set, from the device profile's "firm_code".
+// Firm code of the set, from the device profile's "firm_code", read at each call.
+// Stateless and callable from any thread.
 #pragma once
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 // Server configuration library: country list, last term error, country setting.
+// Stateless and callable from any thread; reads the device profile at each call.
 #pragma once
 
 #ifdef __cplusplus

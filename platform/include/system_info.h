@@ -1,4 +1,5 @@
 // Device capabilities, read from the device profile's "system_info" object at each call.
+// Stateless and callable from any thread; strings handed out belong to the caller.
 #pragma once
 
 #ifdef __cplusplus

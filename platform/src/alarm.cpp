@@ -8,6 +8,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <set>
@@ -75,7 +76,11 @@ class AlarmTimer {
             std::function<void()> fire = std::move(found->second.fire);
             m_entries.erase(found);
             lock.unlock();
-            fire();
+            try {
+                fire();
+            } catch (const std::exception& e) {
+                TARVO_PLATFORM_LOG(DLOG_ERROR, "alarm expiry could not be posted: %s", e.what());
+            }
             lock.lock();
         }
     }

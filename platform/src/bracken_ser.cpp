@@ -175,6 +175,8 @@ void ServiceProxy::SendNotification(const Sedge::TCMessage& message) {
         (*sink)(message);
     } catch (const std::exception& e) {
         TARVO_PLATFORM_LOG(DLOG_ERROR, "notification sink threw: %s", e.what());
+    } catch (...) {
+        TARVO_PLATFORM_LOG(DLOG_ERROR, "notification sink threw");
     }
 }
 

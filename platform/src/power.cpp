@@ -3,8 +3,13 @@
 #include <device/power.h>
 #include <tarvo/platform.h>
 
+#include "file_util.h"
+
+#include <dlog.h>
+
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -12,6 +17,8 @@
 #include <vector>
 
 namespace {
+
+using tarvo::platform::detail::kPlatformTag;
 
 enum class PowerEvent { kPowerOff, kWakeup };
 
@@ -35,21 +42,19 @@ class PowerRegistry {
         return 0;
     }
 
-    // Returns once every callback of `event` has returned.
+    // Returns once every callback of `event` has returned; false when one threw.
     bool Run(PowerEvent event, int state) {
         if (std::this_thread::get_id() == m_thread_id) {
-            RunCallbacks(event, state);  // a callback that triggers power itself
-            return true;
+            return RunCallbacks(event, state);  // a callback that triggers power itself
         }
-        std::packaged_task<void()> task([this, event, state] { RunCallbacks(event, state); });
-        std::future<void> done = task.get_future();
+        std::packaged_task<bool()> task([this, event, state] { return RunCallbacks(event, state); });
+        std::future<bool> done = task.get_future();
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_jobs.push_back(std::move(task));
         }
         m_wake.notify_one();
-        done.wait();
-        return true;
+        return done.get();
     }
 
   private:
@@ -61,7 +66,7 @@ class PowerRegistry {
 
     void Loop() {
         while (true) {
-            std::packaged_task<void()> job;
+            std::packaged_task<bool()> job;
             {
                 std::unique_lock<std::mutex> lock(m_mutex);
                 m_wake.wait(lock, [this] { return !m_jobs.empty(); });
@@ -72,21 +77,33 @@ class PowerRegistry {
         }
     }
 
-    void RunCallbacks(PowerEvent event, int state) {
+    // Every subscriber runs even when an earlier one throws.
+    bool RunCallbacks(PowerEvent event, int state) {
         std::vector<Subscription> subscriptions;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             subscriptions = m_subscriptions;
         }
+        bool all_returned = true;
         for (const Subscription& s : subscriptions) {
-            if (s.event == event) s.cb(state, s.user_data);
+            if (s.event != event) continue;
+            try {
+                s.cb(state, s.user_data);
+            } catch (const std::exception& e) {
+                __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "power callback threw: %s", e.what());
+                all_returned = false;
+            } catch (...) {
+                __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "power callback threw");
+                all_returned = false;
+            }
         }
+        return all_returned;
     }
 
     std::mutex m_mutex;  // guards m_subscriptions, m_jobs
     std::condition_variable m_wake;
     std::vector<Subscription> m_subscriptions;
-    std::deque<std::packaged_task<void()>> m_jobs;
+    std::deque<std::packaged_task<bool()>> m_jobs;
     std::thread::id m_thread_id;  // written once before any job is queued
 };
 

@@ -52,7 +52,7 @@ bool TCSemaphore::TimedWait(unsigned long ms) {
 }
 
 struct TCMutex::State {
-    std::recursive_mutex mutex;
+    std::recursive_mutex mutex;  // guards whatever the TCMutex's owner puts under it
 };
 
 TCMutex::TCMutex() : m_state(std::make_unique<State>()) {}

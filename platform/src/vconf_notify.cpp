@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <sys/inotify.h>
@@ -116,7 +117,16 @@ class NotifyRegistry {
         for (const Registration& r : matching) {
             if (!StillRegistered(r.id)) continue;  // ignored by an earlier callback
             keynode_t node = tarvo::platform::detail::ReadVconfKey(r.key.c_str());
-            r.cb(&node, r.user_data);
+            // The thread serves every watcher of the process: one that throws must not end it.
+            try {
+                r.cb(&node, r.user_data);
+            } catch (const std::exception& e) {
+                __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "vconf callback for %s threw: %s",
+                             r.key.c_str(), e.what());
+            } catch (...) {
+                __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "vconf callback for %s threw",
+                             r.key.c_str());
+            }
         }
     }
 

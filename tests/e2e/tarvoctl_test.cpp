@@ -8,11 +8,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace tarvo {
@@ -133,6 +138,58 @@ TEST_F(TarvoctlWithService, PowerVerbsReachTheModuleWithTheirState) {
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[0], "power-off:5");
     EXPECT_EQ(entries[1], "wakeup:0");
+}
+
+// A host that answers every frame, one client at a time, with a reply of a shape no service gives.
+class OddHost {
+  public:
+    explicit OddHost(const std::string& path) : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
+        m_listening =
+            bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 && listen(m_fd, 4) == 0;
+        m_thread = std::thread([this] { Serve(); });
+    }
+    ~OddHost() {
+        shutdown(m_fd, SHUT_RDWR);
+        m_thread.join();
+        close(m_fd);
+    }
+    bool Listening() const { return m_listening; }
+
+  private:
+    void Serve() {
+        for (int client; (client = accept(m_fd, nullptr, nullptr)) >= 0; close(client)) {
+            std::string pending;
+            char buffer[4096];
+            for (ssize_t n; (n = read(client, buffer, sizeof(buffer))) > 0;) {
+                pending.append(buffer, static_cast<size_t>(n));
+                for (size_t end; (end = pending.find('\n')) != std::string::npos; pending.erase(0, end + 1)) {
+                    const std::string answer =
+                        "{\"id\":" + ToLine(ParseLine(pending.substr(0, end))["id"]) + ",\"reply\":[1]}\n";
+                    if (write(client, answer.data(), answer.size()) < 0) break;
+                }
+            }
+        }
+    }
+
+    const int m_fd;
+    bool m_listening = false;
+    std::thread m_thread;
+};
+
+TEST_F(Tarvoctl, RepliesOfAnUnexpectedShapeEndInExitOneRatherThanACrash) {
+    const std::string path = m_root.At("/odd.sock");
+    OddHost host(path);
+    ASSERT_TRUE(host.Listening());
+    for (const std::vector<std::string>& verb : {std::vector<std::string>{"status"}, {"show", "tnc"}}) {
+        std::vector<std::string> args = {"--socket", path};
+        args.insert(args.end(), verb.begin(), verb.end());
+        const auto result = Ctl(args);
+        EXPECT_EQ(result.exit_code, 1) << verb[0];
+        EXPECT_NE(result.err.find("unexpected answer from the service"), std::string::npos) << result.err;
+    }
 }
 
 TEST_F(Tarvoctl, WithoutAHostServiceVerbsExitThreeNamingTheSocket) {

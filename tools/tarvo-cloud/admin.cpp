@@ -96,8 +96,18 @@ void InstallAdminRoutes(httplib::Server& server, CloudContext& context, const Li
     server.set_error_handler(
         httplib::Server::HandlerWithResponse([](const httplib::Request& req, httplib::Response& res) {
             if (!res.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
-            ReplyError(res, res.status,
-                       "no admin endpoint " + req.method + " " + req.path + " (see tarvo-cloud --help)");
+            std::string error;
+            if (res.status == 413) {
+                // httplib caps a form body (curl -d's default type) at a few KiB before any handler runs.
+                error =
+                    "the body is too large for its content type; send it with "
+                    "\"Content-Type: application/json\"";
+            } else if (res.status == 404 || res.status == 405) {
+                error = "no admin endpoint " + req.method + " " + req.path + " (see tarvo-cloud --help)";
+            } else {
+                error = "HTTP " + std::to_string(res.status) + " for " + req.method + " " + req.path;
+            }
+            ReplyError(res, res.status, error);
             return httplib::Server::HandlerResponse::Handled;
         }));
     LogRequests(server, "admin");

@@ -1,5 +1,7 @@
 #include "data_sets.h"
 
+#include "json_text.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -56,12 +58,8 @@ bool ParseJsonFile(const fs::path& path, Json::Value* root, std::string* error) 
     }
     std::stringstream buffer;
     buffer << in.rdbuf();
-    const std::string text = buffer.str();
-    Json::CharReaderBuilder builder;
-    builder["collectComments"] = false;
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), root, &errors)) {
+    if (!ParseJson(buffer.str(), root, &errors)) {
         *error = path.string() + ": " + errors;
         return false;
     }

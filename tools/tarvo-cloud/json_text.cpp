@@ -1,5 +1,6 @@
 #include "json_text.h"
 
+#include <exception>
 #include <memory>
 
 namespace tarvo {
@@ -16,7 +17,13 @@ bool ParseJson(const std::string& text, Json::Value* value, std::string* error) 
     Json::CharReaderBuilder builder;
     builder["collectComments"] = false;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    return reader->parse(text.data(), text.data() + text.size(), value, error);
+    try {
+        return reader->parse(text.data(), text.data() + text.size(), value, error);
+    } catch (const std::exception& e) {
+        // JsonCpp throws when the nesting is deeper than its limit.
+        *error = e.what();
+        return false;
+    }
 }
 
 }  // namespace cloud

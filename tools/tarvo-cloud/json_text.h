@@ -1,4 +1,5 @@
-// JSON text helpers shared by the cloud's servers; plain functions, any thread.
+// JSON text helpers shared by the cloud's servers: plain functions without state, called
+// from any thread; a text that is no JSON is a returned false, never an exception.
 #pragma once
 
 #include <json/json.h>

@@ -38,6 +38,11 @@ httplib::Server& Listeners::Add(const std::string& name, int port, std::unique_p
     entry.name = name;
     entry.requested_port = port;
     entry.server = std::move(server);
+    // httplib's default adds SO_REUSEPORT, which lets a second cloud share a port unnoticed.
+    entry.server->set_socket_options([](socket_t sock) {
+        int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    });
     m_entries.push_back(std::move(entry));
     return *m_entries.back().server;
 }

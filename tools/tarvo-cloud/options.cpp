@@ -116,7 +116,9 @@ OpenAPI server (what the service calls, with domain "http://127.0.0.1:PORT"):
   code 4001 for a country without a set, 4002 for a set id the country does not have.
   Answers are application/json, gzip-compressed only when the request accepts gzip.
 
-Admin endpoint (JSON; bad input answers 400 with {"ok":false,"error":..}):
+Admin endpoint (JSON; bad input answers 400 with {"ok":false,"error":..}). Send bodies as
+JSON, e.g. curl -H 'Content-Type: application/json' --data-binary @FILE URL: httplib
+refuses a form-typed body (curl -d's default) over 8 KiB with 413.
   GET    /admin/requests   every request received, oldest first: server, seq, time,
                            time_ms, method, path, target, query, headers, header_lines,
                            body, remote

@@ -1,4 +1,5 @@
-// Command line of tarvo-cloud: parsed once by main before anything starts.
+// Command line of tarvo-cloud: parsed once by main before anything starts; a bad
+// argument is a returned reason, and the options are plain values after that.
 #pragma once
 
 #include <optional>

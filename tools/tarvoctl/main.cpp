@@ -3,6 +3,7 @@
 #include "verbs.h"
 
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -114,5 +115,10 @@ int main(int argc, char** argv) {
         PrintVerb(std::cout, *verb);
         return tarvoctl::kExitDone;
     }
-    return verb->handler(context, {words.begin() + static_cast<std::ptrdiff_t>(used), words.end()});
+    try {
+        return verb->handler(context, {words.begin() + static_cast<std::ptrdiff_t>(used), words.end()});
+    } catch (const std::exception& e) {
+        // A reply of an unexpected shape makes JsonCpp throw on a conversion.
+        return tarvoctl::Fail(std::string("unexpected answer from the service: ") + e.what());
+    }
 }

@@ -8,6 +8,9 @@ namespace tarvoctl {
 
 namespace {
 
+// A power-off state with this bit leaves the service's store open.
+constexpr int kKeepStoreOpen = 0x40000000;
+
 // Prints an answer that reports failure; returns kExitRefused.
 int ReportRefusal(const Context& context, const Json::Value& answer) {
     if (context.json) {
@@ -48,6 +51,11 @@ int RunPower(Context& context, const std::vector<std::string>& args, const std::
         std::cout << CompactJson(out) << std::endl;
     } else {
         std::cout << control << " " << state << " done" << std::endl;
+        if (control == "power-off" && (state & kKeepStoreOpen) == 0) {
+            std::cout << "the service closed its store as on a real power-off; restart the host to open it "
+                         "again"
+                      << std::endl;
+        }
     }
     return kExitDone;
 }

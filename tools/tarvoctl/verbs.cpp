@@ -40,7 +40,10 @@ const std::vector<Verb>& Verbs() {
          RunListen},
         {"ping", "", "Tells whether the service answers on its socket.", RunPing},
         {"power off", "[STATE]",
-         "Runs the television's power-off callbacks with STATE (default 0) and waits for them.", RunPowerOff},
+         "Runs the television's power-off callbacks with STATE (default 0) and waits for them.\n"
+         "A STATE without bit 30 (1073741824) is a real power-off: the service closes its store,\n"
+         "which stays closed until the host is restarted; 'power off 1073741824' keeps it open.",
+         RunPowerOff},
         {"power wakeup", "[STATE]", "Runs the television's wake-up callbacks with STATE (default 0).",
          RunPowerWakeup},
         {"vconf get", "KEY", "Prints a vconf key's value (exit 1 when it is not set).", RunVconfGet},

@@ -1,4 +1,5 @@
 // Test hook: while a LogCapture lives, every platform log line is also kept in memory.
+// Lines arrive from any thread; the capture's own mutex guards them, so any thread may read.
 #pragma once
 
 #include <chrono>
@@ -10,7 +11,7 @@ namespace tarvo {
 namespace platform {
 
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -22,7 +23,7 @@ public:
     // Waits until a line containing `text` has been logged, up to `timeout`.
     bool WaitFor(const std::string& text, std::chrono::milliseconds timeout) const;
 
-private:
+  private:
     struct State;
     std::shared_ptr<State> m_state;
 };
