@@ -16,27 +16,15 @@ constexpr const char* kAgreementsKey = "db/tarvodatacontrol/disclaimeragrees";
 constexpr const char* kRevisedKey = "db/tarvodatacontrol/disclaimer_revised";
 constexpr const char* kUpload = "Put Agreement to Server request";
 
-Json::Value Refused() {
-    Json::Value reply(Json::objectValue);
-    reply["result"] = false;
-    return reply;
-}
-
-Json::Value Accepted() {
-    Json::Value reply(Json::objectValue);
-    reply["result"] = true;
-    return reply;
-}
-
+Json::Value Refused() { return ParseLine(R"({"result": false})"); }
+Json::Value Accepted() { return ParseLine(R"({"result": true})"); }
 Json::Value Counted(int number) {
-    Json::Value reply = Accepted();
-    reply["number"] = number;
-    return reply;
+    return ParseLine(R"({"result": true, "number": )" + std::to_string(number) + "}");
 }
 
 using ClientQueries = SeededService;
 
-TEST_F(ClientQueries, EachRequesterSeesItsOwnListInDisplayOrder) {
+TEST_F(ClientQueries, EachRequesterSeesItsOwnListAndAnUnknownMethodGetsAnEmptyReply) {
     EXPECT_EQ(OrderedIds(0), "tnc pp voice_new ");
     EXPECT_EQ(OrderedIds(1), "tnc pp voice_new ");
     EXPECT_EQ(OrderedIds(2), "main_common tnc pp viewing ");
@@ -51,23 +39,30 @@ TEST_F(ClientQueries, EachRequesterSeesItsOwnListInDisplayOrder) {
     EXPECT_EQ(Ordered(0, -1), Refused());
     EXPECT_EQ(Ordered(2, 4), Refused());
     EXPECT_EQ(Ordered(2, 2147483647), Refused());
+
+    EXPECT_TRUE(Ask("get country code list").isNull());
+
+    const size_t warnings = LogCount("UNKNOWN MESSAGE FOR TARVODATACONTROL");
+    EXPECT_TRUE(Ask("Get Disclaimer Number").isNull());
+    EXPECT_TRUE(Ask("get disclaimer number ").isNull());
+    EXPECT_TRUE(Ask(Json::Value(Json::objectValue)).isNull());
+    EXPECT_EQ(LogCount("UNKNOWN MESSAGE FOR TARVODATACONTROL"), warnings + 3);
+
+    EXPECT_TRUE(Ask("is service available")["result"].isBool());
+    EXPECT_TRUE(Ask("request country code list").isNull());
+    for (const char* page : {"wizard-terms", "wizard-easy", ""}) {
+        Json::Value request = Method("request update disclaimers");
+        if (*page != '\0') request["request_from"] = page;
+        EXPECT_EQ(Ask(request), Accepted()) << page;
+    }
 }
 
 TEST_F(ClientQueries, OneDisclaimerCarriesExactlyItsTwentyOneKeys) {
-    Json::Value viewing(Json::objectValue);
-    viewing["result"] = true;
-    viewing["id"] = "viewing";
-    viewing["order"] = 0;
-    viewing["version"] = "1.0";
-    viewing["title"] = "Viewing Information";
-    viewing["intro"] = "Intro";
-    viewing["details"] = "Line one\nLine two";
+    Json::Value viewing = ParseLine(
+        R"({"result": true, "id": "viewing", "order": 0, "version": "1.0", "title": "Viewing Information",
+        "intro": "Intro", "details": "Line one\nLine two", "is_agreed": false, "only_notice": true,
+        "ppused": false, "reverse": false, "agree_dependency": ""})");
     for (int i = 1; i <= 10; ++i) viewing["button" + std::to_string(i)] = "B" + std::to_string(i);
-    viewing["is_agreed"] = false;
-    viewing["only_notice"] = true;
-    viewing["ppused"] = false;
-    viewing["reverse"] = false;
-    viewing["agree_dependency"] = "";
     EXPECT_EQ(ById("viewing"), viewing);
     EXPECT_EQ(Ordered(2, 3), viewing);
 
@@ -93,34 +88,14 @@ TEST_F(ClientQueries, OneDisclaimerCarriesExactlyItsTwentyOneKeys) {
     EXPECT_EQ(Ask("get disclaimer by term id"), Refused());
 }
 
-TEST_F(ClientQueries, AnEmptyCountryListAndAnUnknownMethodGetAnEmptyReply) {
-    EXPECT_TRUE(Ask("get country code list").isNull());
-
-    const size_t warnings = LogCount("UNKNOWN MESSAGE FOR TARVODATACONTROL");
-    EXPECT_TRUE(Ask("Get Disclaimer Number").isNull());
-    EXPECT_TRUE(Ask("get disclaimer number ").isNull());
-    EXPECT_TRUE(Ask(Json::Value(Json::objectValue)).isNull());
-    EXPECT_EQ(LogCount("UNKNOWN MESSAGE FOR TARVODATACONTROL"), warnings + 3);
-
-    EXPECT_TRUE(Ask("is service available")["result"].isBool());
-    EXPECT_TRUE(Ask("request country code list").isNull());
-    for (const char* page : {"wizard-terms", "wizard-easy", ""}) {
-        Json::Value request = Method("request update disclaimers");
-        if (*page != '\0') request["request_from"] = page;
-        EXPECT_EQ(Ask(request), Accepted()) << page;
-    }
-}
-
 using ClientAgreements = SeededService;
 
 TEST_F(ClientAgreements, OneAgreementChangesRecordRowAndMirrorAndIsBroadcastOnlyOnChange) {
     const size_t uploads = LogCount(kUpload);
     EXPECT_EQ(Agree("tnc", true), Accepted());
-    Json::Value changed(Json::objectValue);
-    changed["type"] = "terms_protocol";
-    changed["name"] = "new_disclaimer_agree_changed";
-    changed["agreements"] = "tnc:true;";
-    EXPECT_EQ(NextNotification(), changed);
+    EXPECT_EQ(NextNotification(),
+              ParseLine(R"({"type": "terms_protocol", "name": "new_disclaimer_agree_changed",
+        "agreements": "tnc:true;"})"));
     EXPECT_EQ(ById("tnc")["is_agreed"], true);
     EXPECT_EQ(QueryStore(m_root, "SELECT isAgreed FROM table_tarvo_data_disclaimer_info WHERE id = 'tnc'"),
               std::vector<std::string>{"1"});
@@ -144,14 +119,10 @@ TEST_F(ClientAgreements, OneAgreementChangesRecordRowAndMirrorAndIsBroadcastOnly
 TEST_F(ClientAgreements, AListIsBroadcastOnceAndAnEmptyListNotAtAll) {
     const size_t uploads = LogCount(kUpload);
     const size_t checks = LogCount("m_CheckRevisedTerms");
-    Json::Value request = Method("set agreements");
-    for (const auto& [id, agreed] : std::vector<std::pair<std::string, bool>>{
-             {"tnc", true}, {"pp", false}, {"nope", true}, {"viewing", true}, {"pp", false}}) {
-        Json::Value item(Json::objectValue);
-        item["request_item"] = id;
-        item["is_agreed"] = agreed;
-        request["agreements"].append(item);
-    }
+    Json::Value request = ParseLine(R"({"method": "set agreements", "agreements": [
+        {"request_item": "tnc", "is_agreed": true}, {"request_item": "pp", "is_agreed": false},
+        {"request_item": "nope", "is_agreed": true}, {"request_item": "viewing", "is_agreed": true},
+        {"request_item": "pp", "is_agreed": false}]})");
     EXPECT_TRUE(Ask(request).isNull());
     EXPECT_EQ(NextNotification()["agreements"], "tnc:true;pp:false;viewing:true;");
     ExpectNoNotification();
@@ -167,18 +138,15 @@ TEST_F(ClientAgreements, AListIsBroadcastOnceAndAnEmptyListNotAtAll) {
 TEST_F(ClientAgreements, AgreeingToAllSkipsThoseThatAgreeAlreadyAndClearsTheRevisedFlag) {
     // The start's check logs before it writes.
     EXPECT_TRUE(WaitUntil([] { return VconfNumber(kRevisedKey) == 1; }));
-    Json::Value all = Method("set all agreement");
-    all["is_agreed"] = true;
-    EXPECT_TRUE(Ask(all).isNull());
+    EXPECT_TRUE(Ask("set all agreement", "is_agreed", true).isNull());
     EXPECT_EQ(NextNotification()["agreements"], "tnc:true;viewing:true;voice_new:true;");
     EXPECT_TRUE(WaitUntil([] { return VconfNumber(kRevisedKey) == 0; }));
     EXPECT_EQ(Ask("get revised disclaimers"), Accepted());
 
-    EXPECT_TRUE(Ask(all).isNull());
+    EXPECT_TRUE(Ask("set all agreement", "is_agreed", true).isNull());
     ExpectNoNotification();
 
-    all["is_agreed"] = false;
-    EXPECT_TRUE(Ask(all).isNull());
+    EXPECT_TRUE(Ask("set all agreement", "is_agreed", false).isNull());
     EXPECT_EQ(NextNotification()["agreements"], "pp:false;tnc:false;viewing:false;voice_new:false;");
 }
 
@@ -242,27 +210,25 @@ TEST_F(ClientClone, CopiesToAndFromTheUsbFolderAnswerWithTheirResult) {
     EXPECT_EQ(Ask("Copy Clone Data TV to USB"), Refused());
 }
 
-TEST_F(ClientClone, SetCountryCodeWritesTheCountryWithoutFurtherWork) {
-    Json::Value request = Method("set country code");
-    request["country_code"] = "DE";
-    EXPECT_EQ(Ask(request), Accepted());
-    EXPECT_EQ(VconfText("db/nimbra/countrycode"), "DE");
-    ExpectNoNotification();
-}
-
 using WrongTypes = SeededService;
 
 TEST_F(WrongTypes, MissingKeysAndConvertibleValuesReadAsTheirDefaults) {
     EXPECT_EQ(Ask("get disclaimer number"), Counted(3));
     EXPECT_EQ(Ask("get disclaimer by order")["id"], "tnc");
-    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer number", "requester": true})")["reply"], Counted(3));
-    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer number", "requester": 2.7})")["reply"], Counted(4));
-    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer number", "requester": null})")["reply"], Counted(3));
-    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer by order", "request_index": true})")["reply"]["id"],
-              "pp");
-    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer by order", "request_index": 1.9})")["reply"]["id"],
-              "pp");
-    EXPECT_EQ(RawAnswer(R"({"method": "get disclaimer by term id", "request_item": 5})")["reply"], Refused());
+    const std::pair<const char*, Json::Value> converted[] = {
+        {R"({"method": "get disclaimer number", "requester": true})", Counted(3)},
+        {R"({"method": "get disclaimer number", "requester": 2.7})", Counted(4)},
+        {R"({"method": "get disclaimer number", "requester": null})", Counted(3)},
+        {R"({"method": "get disclaimer by term id", "request_item": 5})", Refused()},
+        {R"({"method": "set country code", "country_code": 44})", Accepted()}};
+    for (const auto& [call, reply] : converted) EXPECT_EQ(RawAnswer(call)["reply"], reply) << call;
+    EXPECT_EQ(VconfText("db/nimbra/countrycode"), "44");
+    for (const char* index : {"true", "1.9"}) {
+        EXPECT_EQ(RawAnswer(std::string(R"({"method": "get disclaimer by order", "request_index": )") +
+                            index + "}")["reply"]["id"],
+                  "pp")
+            << index;
+    }
     for (const char* method : {"5", "true", "null", "1.5"}) {
         const Json::Value answer = RawAnswer(std::string(R"({"method": )") + method + "}");
         EXPECT_TRUE(answer.isMember("reply")) << method;
@@ -284,9 +250,6 @@ TEST_F(WrongTypes, MissingKeysAndConvertibleValuesReadAsTheirDefaults) {
         EXPECT_TRUE(answer["reply"].isNull()) << agreements;
     }
     ExpectNoNotification();
-
-    EXPECT_EQ(RawAnswer(R"({"method": "set country code", "country_code": 44})")["reply"], Accepted());
-    EXPECT_EQ(VconfText("db/nimbra/countrycode"), "44");
     EXPECT_EQ(RawAnswer(R"({"method": "request update disclaimers", "request_from": 7})")["reply"],
               Accepted());
 }

@@ -83,6 +83,13 @@ inline int VconfNumber(const char* key) {
     return value;
 }
 
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
 class SeededService : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -102,10 +109,7 @@ class SeededService : public ::testing::Test {
         ASSERT_NE(m_host, nullptr);
         ASSERT_TRUE(m_client.Connect(DefaultSocket(m_root)));
         ASSERT_TRUE(m_listener.Connect(DefaultSocket(m_root)));
-        Json::Value subscribe(Json::objectValue);
-        subscribe["id"] = 0;
-        subscribe["subscribe"] = true;
-        ASSERT_TRUE(m_listener.Send(subscribe));
+        ASSERT_TRUE(m_listener.SendLine(R"({"id": 0, "subscribe": true})"));
         const auto ok = m_listener.ReadFrame();
         ASSERT_TRUE(ok && (*ok)["ok"].asBool());
         ASSERT_TRUE(WaitForLog("Data Control Service Created Success!", created + 1));
@@ -114,13 +118,6 @@ class SeededService : public ::testing::Test {
 
     // Ends the host; StartService connects both clients afresh.
     void StopService() { m_host.reset(); }
-
-    // The whole answer frame of one call.
-    Json::Value Answer(const Json::Value& request) {
-        const auto answer = m_client.Call(request);
-        EXPECT_TRUE(answer) << "no answer to " << ToLine(request);
-        return answer ? *answer : Json::Value();
-    }
 
     // The answer frame of a call written as raw JSON text, for numbers JsonCpp would not build.
     Json::Value RawAnswer(const std::string& call) {
@@ -132,29 +129,27 @@ class SeededService : public ::testing::Test {
 
     // The reply of one call; a call that fails fails the test.
     Json::Value Ask(const Json::Value& request) {
-        const Json::Value answer = Answer(request);
-        EXPECT_TRUE(answer.isMember("reply")) << ToLine(answer);
-        return answer["reply"];
+        const auto answer = m_client.Call(request);
+        EXPECT_TRUE(answer && answer->isMember("reply")) << ToLine(request);
+        return answer ? (*answer)["reply"] : Json::Value();
     }
 
     Json::Value Ask(const char* method) { return Ask(Method(method)); }
+
+    // A call of `method` with one argument.
+    Json::Value Ask(const char* method, const char* key, const Json::Value& value) {
+        Json::Value request = Method(method);
+        request[key] = value;
+        return Ask(request);
+    }
+
+    Json::Value Number(int requester) { return Ask("get disclaimer number", "requester", requester); }
+    Json::Value ById(const std::string& id) { return Ask("get disclaimer by term id", "request_item", id); }
 
     Json::Value Ordered(int requester, int index) {
         Json::Value request = Method("get disclaimer by order");
         request["requester"] = requester;
         request["request_index"] = index;
-        return Ask(request);
-    }
-
-    Json::Value Number(int requester) {
-        Json::Value request = Method("get disclaimer number");
-        request["requester"] = requester;
-        return Ask(request);
-    }
-
-    Json::Value ById(const std::string& id) {
-        Json::Value request = Method("get disclaimer by term id");
-        request["request_item"] = id;
         return Ask(request);
     }
 

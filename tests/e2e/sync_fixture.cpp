@@ -36,7 +36,9 @@ void Sync::PrepareTelevision() {
     Json::Value ports;
     ASSERT_TRUE(WaitUntil([&] { return (ports = ParseText(ReadFile(state))).isObject(); }))
         << m_cloud->Stderr();
+    EXPECT_EQ(ParseText(m_cloud->Stdout()), ports);
     m_openapiPort = ports["openapi"].asInt();
+    ASSERT_GT(m_openapiPort, 0);
     m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
     m_admin->set_read_timeout(10, 0);
 
@@ -54,10 +56,7 @@ void Sync::StartService() {
     m_host = StartHost(m_root, TARVO_MODULE_PATH);
     ASSERT_NE(m_host, nullptr);
     ASSERT_TRUE(m_events.Connect(DefaultSocket(m_root)));
-    Json::Value subscribe(Json::objectValue);
-    subscribe["id"] = 0;
-    subscribe["subscribe"] = true;
-    ASSERT_TRUE(m_events.Send(subscribe));
+    ASSERT_TRUE(m_events.SendLine(R"({"id": 0, "subscribe": true})"));
     const auto accepted = m_events.ReadFrame();
     ASSERT_TRUE(accepted && (*accepted)["ok"].asBool());
     ASSERT_TRUE(m_calls.Connect(DefaultSocket(m_root)));
@@ -74,14 +73,11 @@ Json::Value Sync::Call(const Json::Value& request) {
 }
 
 Json::Value Sync::Method(const std::string& method) {
-    Json::Value request(Json::objectValue);
-    request["method"] = method;
-    return Call(request);
+    return Call(ParseText(R"({"method": ")" + method + "\"}"));
 }
 
 Json::Value Sync::RequestUpdate(const std::string& from) {
-    Json::Value request(Json::objectValue);
-    request["method"] = "request update disclaimers";
+    Json::Value request = ParseText(R"({"method": "request update disclaimers"})");
     request["request_from"] = from;
     EXPECT_TRUE(Call(request)["result"].asBool());
     return Notification("new_disclaimer_got");
@@ -105,9 +101,7 @@ Json::Value Sync::Notification(const std::string& name) {
 }
 
 std::map<std::string, Json::Value> Sync::Listed() {
-    Json::Value request(Json::objectValue);
-    request["method"] = "get disclaimer number";
-    request["requester"] = 4;
+    Json::Value request = ParseText(R"({"method": "get disclaimer number", "requester": 4})");
     const unsigned number = Call(request)["number"].asUInt();
     request["method"] = "get disclaimer by order";
     std::map<std::string, Json::Value> listed;
@@ -120,8 +114,7 @@ std::map<std::string, Json::Value> Sync::Listed() {
 }
 
 void Sync::Agree(const std::vector<std::string>& ids) {
-    Json::Value request(Json::objectValue);
-    request["method"] = "set agreements";
+    Json::Value request = ParseText(R"({"method": "set agreements"})");
     for (const auto& id : ids) {
         Json::Value item(Json::objectValue);
         item["request_item"] = id;
@@ -174,11 +167,11 @@ size_t Sync::LogCount(const std::string& text) const {
     return count;
 }
 
-Json::Value Sync::DataSet(const std::string& country) {
+Json::Value DataSet(const std::string& country) {
     return ParseText(ReadFile(std::string(TARVO_SOURCE_DIR) + "/data/openapi/" + country + ".json"));
 }
 
-Json::Value Sync::DataDisclaimer(const std::string& country, const std::string& id) {
+Json::Value DataDisclaimer(const std::string& country, const std::string& id) {
     const Json::Value set = DataSet(country);
     for (const auto& disclaimer : set["disclaimers"]) {
         if (disclaimer["id"] == id) return disclaimer;

@@ -51,10 +51,6 @@ class Sync : public ::testing::Test {
     void Publish(const std::string& json);
     size_t LogCount(const std::string& text) const;
 
-    // The bundled data set of `country`, and one disclaimer of it.
-    static Json::Value DataSet(const std::string& country);
-    static Json::Value DataDisclaimer(const std::string& country, const std::string& id);
-
     TempRoot m_root;
     std::string m_alarmScale = "0.05";
     std::unique_ptr<ChildProcess> m_cloud;
@@ -68,6 +64,9 @@ class Sync : public ::testing::Test {
 
 // Parses JSON text; null when it is none.
 Json::Value ParseText(const std::string& text);
+// The bundled data set of `country`, and one disclaimer of it.
+Json::Value DataSet(const std::string& country);
+Json::Value DataDisclaimer(const std::string& country, const std::string& id);
 // "a:false;b:true;" as its entries.
 std::vector<std::string> AgreementEntries(const std::string& text);
 

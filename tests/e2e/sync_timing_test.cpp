@@ -18,9 +18,8 @@ class SyncWithoutModel : public Sync {
 };
 
 TEST_F(SyncWithoutModel, TwoRequestersWaitingForLateValuesAreBothAnsweredByOneRun) {
-    Json::Value request(Json::objectValue);
-    request["method"] = "request update disclaimers";
-    request["request_from"] = "wizard-terms";
+    Json::Value request =
+        ParseText(R"({"method": "request update disclaimers", "request_from": "wizard-terms"})");
     EXPECT_TRUE(Call(request)["result"].asBool());
     request["request_from"] = "settings";
     EXPECT_TRUE(Call(request)["result"].asBool());

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,13 +18,6 @@ class FriendlyVerbs : public SeededService {
         std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", m_root.Path()};
         argv.insert(argv.end(), args.begin(), args.end());
         return RunProgram(argv, {}, m_root.Path() + "/ctl-" + std::to_string(m_runs++));
-    }
-
-    static std::vector<std::string> Lines(const std::string& text) {
-        std::vector<std::string> lines;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
     }
 
     int m_runs = 0;
@@ -63,7 +55,6 @@ TEST_F(FriendlyVerbs, ReadingVerbsPrintTablesAndTheRepliesUnderJson) {
     const auto unavailable = Ctl({"show", "uhd_video"});
     EXPECT_EQ(unavailable.exit_code, 1);
     EXPECT_NE(unavailable.err.find("no available disclaimer \"uhd_video\""), std::string::npos);
-    EXPECT_EQ(ParseLine(Ctl({"--json", "show", "tnc"}).out).size(), 22u);
     EXPECT_EQ(Ctl({"show"}).exit_code, 2);
 
     const auto revised = Ctl({"revised"});
@@ -98,7 +89,6 @@ TEST_F(FriendlyVerbs, ChangingVerbsTellWhatChangedAndRefusalsExitWithOne) {
     EXPECT_NE(no_clone.err.find("failed"), std::string::npos);
     EXPECT_EQ(Ctl({"--json", "clone", "from-usb"}).out, "{\"result\":false}\n");
     EXPECT_EQ(Ctl({"clone", "to-usb"}).exit_code, 0);
-    EXPECT_EQ(Ctl({"clone", "from-usb"}).exit_code, 0);
     EXPECT_EQ(Ctl({"clone", "sideways"}).exit_code, 2);
 
     const size_t resets = LogCount("set VCONF db/ostrel/reset/tarvosetting 1");
@@ -119,13 +109,6 @@ TEST_F(FriendlyVerbs, CountriesRefreshWaitsForTheServiceToFetchTheList) {
     const auto failed = Ctl({"countries", "--refresh", "--timeout", "20"});
     EXPECT_EQ(failed.exit_code, 1);
     EXPECT_NE(failed.err.find("the country list could not be fetched"), std::string::npos) << failed.err;
-}
-
-TEST_F(FriendlyVerbs, VerbsWithoutAServiceExitWithThree) {
-    StopService();
-    const auto gone = Ctl({"countries", "--refresh"});
-    EXPECT_EQ(gone.exit_code, 3);
-    EXPECT_EQ(Ctl({"status"}).exit_code, 3);
 }
 
 }  // namespace

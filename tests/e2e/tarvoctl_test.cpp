@@ -1,18 +1,12 @@
 // tarvoctl against a host serving the echo module, and its platform verbs against the
 // emulated television: exit codes, output forms, vconf, network and root resolution.
-#include "host_client.h"
-#include "process.h"
-#include "tarvo_test.h"
-
-#include <vconf.h>
+#include "seeded_service.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -39,13 +33,6 @@ class Tarvoctl : public ::testing::Test {
                                               m_root.Path() + "/ctl-" + std::to_string(m_runs++));
     }
 
-    static std::vector<std::string> Lines(const std::string& text) {
-        std::vector<std::string> lines;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
-    }
-
     TempRoot m_root;
     int m_runs = 0;
 };
@@ -60,81 +47,54 @@ class TarvoctlWithService : public Tarvoctl {
     std::unique_ptr<ChildProcess> m_host;
 };
 
-TEST_F(TarvoctlWithService, ExitCodesTellDoneRefusedAndUsage) {
-    const auto done = Ctl({"call", R"({"method": "hello"})"});
+TEST_F(TarvoctlWithService, ExitCodesTellDoneRefusedAndUsageAndJsonIsOneLinePerAnswer) {
+    const auto done = Ctl({"--json", "call", R"({"method": "hello", "list": [1, 2]})"});
     EXPECT_EQ(done.exit_code, 0) << done.err;
-    EXPECT_EQ(ParseLine(done.out)["echo"]["method"], "hello");
-    EXPECT_EQ(Ctl({"ping"}).exit_code, 0);
-
-    const auto refused = Ctl({"call", R"({"method": "refuse"})"});
-    EXPECT_EQ(refused.exit_code, 1);
+    ASSERT_EQ(Lines(done.out).size(), 1u) << done.out;
+    EXPECT_EQ(ParseLine(done.out)["echo"]["list"][1], 2);
+    EXPECT_EQ(Ctl({"call", R"({"method": "empty"})", "--json"}).out, "null\n");
+    EXPECT_EQ(Ctl({"call", R"({"method": "refuse"})"}).exit_code, 1);
     const auto thrown = Ctl({"call", R"({"method": "throw"})"});
     EXPECT_EQ(thrown.exit_code, 1);
     EXPECT_NE(thrown.err.find("echo module refuses to answer"), std::string::npos) << thrown.err;
+    EXPECT_EQ(ParseLine(Ctl({"--json", "call", R"({"method": "throw"})"}).out)["error"],
+              "echo module refuses to answer");
 
-    EXPECT_EQ(Ctl({}).exit_code, 2);
-    EXPECT_EQ(Ctl({"reboot"}).exit_code, 2);
-    EXPECT_EQ(Ctl({"call", "not json"}).exit_code, 2);
-    EXPECT_EQ(Ctl({"call", "[1]"}).exit_code, 2);
-    EXPECT_EQ(Ctl({"power", "off", "high"}).exit_code, 2);
-    EXPECT_EQ(Ctl({"listen", "--count", "0"}).exit_code, 2);
+    const auto ping = Ctl({"--json", "ping"});
+    EXPECT_EQ(ping.exit_code, 0);
+    EXPECT_EQ(ParseLine(ping.out)["service"], "tarvodatacontrol");
+    EXPECT_EQ(ParseLine(ping.out)["socket"], DefaultSocket(m_root));
 
+    for (const std::vector<std::string>& usage :
+         std::vector<std::vector<std::string>>{{},
+                                               {"reboot"},
+                                               {"call", "not json"},
+                                               {"call", "[1]"},
+                                               {"power", "off", "high"},
+                                               {"listen", "--count", "0"}}) {
+        EXPECT_EQ(Ctl(usage).exit_code, 2) << (usage.empty() ? "" : usage[0]);
+    }
     const auto help = Ctl({"vconf", "set", "--help"});
     EXPECT_EQ(help.exit_code, 0);
     EXPECT_NE(help.out.find("--type int|string|bool|double"), std::string::npos) << help.out;
     EXPECT_EQ(Ctl({"--help"}).exit_code, 0);
 }
 
-TEST_F(TarvoctlWithService, JsonOutputIsOneParseableLinePerAnswer) {
-    const auto reply = Ctl({"--json", "call", R"({"method": "hello", "list": [1, 2]})"});
-    EXPECT_EQ(reply.exit_code, 0);
-    ASSERT_EQ(Lines(reply.out).size(), 1u) << reply.out;
-    EXPECT_EQ(ParseLine(reply.out)["echo"]["list"][1], 2);
-
-    const auto empty = Ctl({"call", R"({"method": "empty"})", "--json"});
-    EXPECT_EQ(empty.exit_code, 0);
-    EXPECT_EQ(empty.out, "null\n");
-
-    const auto thrown = Ctl({"--json", "call", R"({"method": "throw"})"});
-    EXPECT_EQ(thrown.exit_code, 1);
-    EXPECT_EQ(ParseLine(thrown.out)["error"], "echo module refuses to answer");
-
-    const auto ping = Ctl({"--json", "ping"});
-    EXPECT_EQ(ping.exit_code, 0);
-    const Json::Value pong = ParseLine(ping.out);
-    EXPECT_EQ(pong["ok"], true);
-    EXPECT_EQ(pong["service"], "tarvodatacontrol");
-    EXPECT_EQ(pong["socket"], DefaultSocket(m_root));
-}
-
-TEST_F(TarvoctlWithService, ListenPrintsNotificationsUntilItsCountOrItsTimeout) {
+TEST_F(TarvoctlWithService, ListenPrintsNotificationsAndPowerVerbsReachTheModule) {
     auto listener = StartCtl({"listen", "--count", "2", "--timeout", "20"});
     ASSERT_TRUE(WaitUntil([&] { return listener->Stderr().find("listening on") != std::string::npos; }));
-
-    HostClient client;
-    ASSERT_TRUE(client.Connect(DefaultSocket(m_root)));
-    Json::Value notify(Json::objectValue);
-    notify["method"] = "notify";
-    ASSERT_TRUE(client.Call(notify));
-    ASSERT_TRUE(client.Call(notify));
-
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(Ctl({"call", R"({"method": "notify"})"}).exit_code, 0);
     EXPECT_EQ(listener->Wait(std::chrono::seconds(10)), 0);
     const auto lines = Lines(listener->Stdout());
     ASSERT_EQ(lines.size(), 2u) << listener->Stdout();
     EXPECT_EQ(lines[0].rfind("echo_notified (success): ", 0), 0u) << lines[0];
-
     const auto quiet = Ctl({"listen", "--count", "1", "--timeout", "0.3"});
     EXPECT_EQ(quiet.exit_code, 1);
     EXPECT_NE(quiet.err.find("timed out"), std::string::npos) << quiet.err;
-}
 
-TEST_F(TarvoctlWithService, PowerVerbsReachTheModuleWithTheirState) {
     EXPECT_EQ(Ctl({"power", "off", "5"}).exit_code, 0);
     EXPECT_EQ(Ctl({"power", "wakeup"}).exit_code, 0);
-
-    const auto log = Ctl({"--json", "call", R"({"method": "power-log"})"});
-    ASSERT_EQ(log.exit_code, 0);
-    const Json::Value entries = ParseLine(log.out)["log"];
+    const Json::Value entries = ParseLine(Ctl({"--json", "call", R"({"method": "power-log"})"}).out)["log"];
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[0], "power-off:5");
     EXPECT_EQ(entries[1], "wakeup:0");
@@ -179,8 +139,16 @@ class OddHost {
     std::thread m_thread;
 };
 
-TEST_F(Tarvoctl, RepliesOfAnUnexpectedShapeEndInExitOneRatherThanACrash) {
+TEST_F(Tarvoctl, WithoutAServiceVerbsExitThreeAndOddRepliesExitOne) {
+    const auto ping = Ctl({"ping"});
+    EXPECT_EQ(ping.exit_code, 3);
+    EXPECT_NE(ping.err.find("tarvoctl: no service is running at " + DefaultSocket(m_root) +
+                            " (start it with scripts/run.sh)"),
+              std::string::npos)
+        << ping.err;
+
     const std::string path = m_root.At("/odd.sock");
+    EXPECT_EQ(Ctl({"--socket", path, "call", "{}"}).exit_code, 3);
     OddHost host(path);
     ASSERT_TRUE(host.Listening());
     for (const std::vector<std::string>& verb : {std::vector<std::string>{"status"}, {"show", "tnc"}}) {
@@ -192,40 +160,17 @@ TEST_F(Tarvoctl, RepliesOfAnUnexpectedShapeEndInExitOneRatherThanACrash) {
     }
 }
 
-TEST_F(Tarvoctl, WithoutAHostServiceVerbsExitThreeNamingTheSocket) {
-    const auto ping = Ctl({"ping"});
-    EXPECT_EQ(ping.exit_code, 3);
-    EXPECT_NE(ping.err.find("tarvoctl: no service is running at " + DefaultSocket(m_root) +
-                            " (start it with scripts/run.sh)"),
-              std::string::npos)
-        << ping.err;
-
-    const std::string elsewhere = m_root.At("/elsewhere.sock");
-    const auto call = Ctl({"--socket", elsewhere, "call", "{}"});
-    EXPECT_EQ(call.exit_code, 3);
-    EXPECT_NE(call.err.find(elsewhere), std::string::npos) << call.err;
-}
-
 TEST_F(Tarvoctl, VconfValuesRoundTripWithTheirTypes) {
     EXPECT_EQ(Ctl({"vconf", "set", "db/test/number", "42"}).exit_code, 0);
-    int number = 0;
-    ASSERT_EQ(vconf_get_int("db/test/number", &number), 0);
-    EXPECT_EQ(number, 42);
-    const auto number_out = Ctl({"--json", "vconf", "get", "db/test/number"});
-    EXPECT_EQ(number_out.exit_code, 0);
-    EXPECT_EQ(ParseLine(number_out.out)["type"], "int");
-    EXPECT_EQ(ParseLine(number_out.out)["value"], 42);
+    EXPECT_EQ(VconfNumber("db/test/number"), 42);
+    const auto number_out = ParseLine(Ctl({"--json", "vconf", "get", "db/test/number"}).out);
+    EXPECT_EQ(number_out["type"], "int");
+    EXPECT_EQ(number_out["value"], 42);
 
     EXPECT_EQ(Ctl({"vconf", "set", "db/test/text", "12 monkeys"}).exit_code, 0);
-    const auto text_out = Ctl({"vconf", "get", "db/test/text"});
-    EXPECT_EQ(text_out.out, "db/test/text = 12 monkeys (string)\n");
-
+    EXPECT_EQ(Ctl({"vconf", "get", "db/test/text"}).out, "db/test/text = 12 monkeys (string)\n");
     EXPECT_EQ(Ctl({"vconf", "set", "db/test/forced", "7", "--type", "string"}).exit_code, 0);
-    char* forced = vconf_get_str("db/test/forced");
-    ASSERT_NE(forced, nullptr);
-    EXPECT_STREQ(forced, "7");
-    std::free(forced);
-
+    EXPECT_EQ(VconfText("db/test/forced"), "7");
     EXPECT_EQ(Ctl({"vconf", "set", "memory/test/flag", "true", "--type", "bool"}).exit_code, 0);
     EXPECT_EQ(ParseLine(Ctl({"--json", "vconf", "get", "memory/test/flag"}).out)["value"], true);
     EXPECT_EQ(Ctl({"vconf", "set", "db/test/ratio", "2.5", "--type", "double"}).exit_code, 0);
@@ -250,25 +195,23 @@ TEST_F(Tarvoctl, VconfWatchPrintsEachChangeOfItsKeys) {
 }
 
 TEST_F(Tarvoctl, NetworkVerbsEditTheProfileAndTheStatusKey) {
-    int status = -1;
-    EXPECT_EQ(Ctl({"network", "down"}).exit_code, 0);
-    ASSERT_EQ(vconf_get_int("memory/dnet/status", &status), 0);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(m_root.Profile()["network"]["up"], false);
-
-    EXPECT_EQ(Ctl({"network", "up"}).exit_code, 0);
-    ASSERT_EQ(vconf_get_int("memory/dnet/status", &status), 0);
-    EXPECT_EQ(status, 3);
-    EXPECT_EQ(m_root.Profile()["network"]["up"], true);
-    EXPECT_EQ(m_root.Profile()["network"]["profile"], "ethernet");
-
-    EXPECT_EQ(Ctl({"network", "up", "wifi"}).exit_code, 0);
-    ASSERT_EQ(vconf_get_int("memory/dnet/status", &status), 0);
-    EXPECT_EQ(status, 1);
-    EXPECT_EQ(m_root.Profile()["network"]["profile"], "wifi");
-
-    EXPECT_EQ(Ctl({"network", "up", "carrier-pigeon"}).exit_code, 2);
-    EXPECT_EQ(m_root.Profile()["network"]["profile"], "wifi");
+    struct Case {
+        std::vector<std::string> args;
+        int exit_code, status;
+        bool up;
+        const char* profile;
+    };
+    for (const Case& c :
+         {Case{{"network", "down"}, 0, 0, false, ""}, Case{{"network", "up"}, 0, 3, true, "ethernet"},
+          Case{{"network", "up", "wifi"}, 0, 1, true, "wifi"},
+          Case{{"network", "up", "carrier-pigeon"}, 2, 1, true, "wifi"}}) {
+        EXPECT_EQ(Ctl(c.args).exit_code, c.exit_code) << c.args.back();
+        EXPECT_EQ(VconfNumber("memory/dnet/status"), c.status) << c.args.back();
+        EXPECT_EQ(m_root.Profile()["network"]["up"], c.up) << c.args.back();
+        if (*c.profile != '\0') {
+            EXPECT_EQ(m_root.Profile()["network"]["profile"], c.profile) << c.args.back();
+        }
+    }
 }
 
 TEST_F(Tarvoctl, TheRootComesFromTheOptionTheEnvironmentOrTheStateFolder) {
