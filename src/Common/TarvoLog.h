@@ -16,9 +16,9 @@ constexpr const char* BaseName(const char* path) {
 
 #define TARVO_LOG_TAG "TarvoDataControl"
 
-#define TARVO_LOG_AT(prio, colour, fmt, ...)                                                          \
+#define TARVO_LOG_AT(prio, colour, fmt, ...)                                                                \
     __dlog_print(LOG_ID_MAIN, prio, TARVO_LOG_TAG, "%s: %s(%d) > \033[" colour "m [%s:%d]" fmt "\033[0m\n", \
-                 tarvo_log_detail::BaseName(__FILE__), __FUNCTION__, __LINE__, __FUNCTION__, __LINE__,  \
+                 tarvo_log_detail::BaseName(__FILE__), __FUNCTION__, __LINE__, __FUNCTION__, __LINE__,      \
                  ##__VA_ARGS__)
 
 #define TARVO_LOGD(fmt, ...) TARVO_LOG_AT(DLOG_DEBUG, "37", fmt, ##__VA_ARGS__)

@@ -14,7 +14,7 @@ namespace test {
 // Makes a fresh temporary root, points TARVO_ROOT at it and prepares it as a
 // television would be (folders and a default device profile). Removed at destruction.
 class TempRoot {
-public:
+  public:
     TempRoot();
     ~TempRoot();
     TempRoot(const TempRoot&) = delete;
@@ -29,7 +29,7 @@ public:
     // Applies `edit` to the current profile and writes it back.
     void EditProfile(const std::function<void(Json::Value&)>& edit) const;
 
-private:
+  private:
     std::string m_path;
 };
 

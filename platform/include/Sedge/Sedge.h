@@ -14,13 +14,13 @@ namespace Sedge {
 
 // Something that runs posted functions one at a time on a thread of its own.
 class TCEventIO {
-public:
+  public:
     virtual ~TCEventIO() = default;
     virtual bool PostFunction(std::function<void()> fn) = 0;
 };
 
 class TCData {
-public:
+  public:
     TCData() = default;
     ~TCData() = default;
     Json::Value json;
@@ -29,7 +29,7 @@ public:
 };
 
 class TCEvent {
-public:
+  public:
     TCEvent() = default;
     TCEvent(const TCEvent& other) = default;
     TCEvent& operator=(const TCEvent& other) = default;
@@ -42,7 +42,7 @@ public:
 };
 
 class TCMessage {
-public:
+  public:
     TCMessage() = default;
     TCMessage(const TCMessage& other) = default;
     TCMessage& operator=(const TCMessage& other) = default;
@@ -53,7 +53,7 @@ public:
 };
 
 class TCSemaphore {
-public:
+  public:
     TCSemaphore();
     ~TCSemaphore();
     bool Create(int initial = 0);
@@ -63,14 +63,14 @@ public:
     // False when the time-out passed without a post.
     bool TimedWait(unsigned long ms);
 
-private:
+  private:
     struct State;
     std::unique_ptr<State> m_state;
 };
 
 // Recursive: the holder may lock again; each Lock needs its Unlock.
 class TCMutex {
-public:
+  public:
     TCMutex();
     ~TCMutex();
     bool Create();
@@ -78,7 +78,7 @@ public:
     bool Lock();
     bool Unlock();
 
-private:
+  private:
     struct State;
     std::unique_ptr<State> m_state;
     TCSemaphore m_semaphore;
@@ -86,20 +86,20 @@ private:
 
 // Holds a TCMutex for one scope, so an exception never leaves it held.
 class TCMutexGuard {
-public:
+  public:
     explicit TCMutexGuard(TCMutex& mutex) : m_mutex(mutex) { m_mutex.Lock(); }
     ~TCMutexGuard() { m_mutex.Unlock(); }
     TCMutexGuard(const TCMutexGuard&) = delete;
     TCMutexGuard& operator=(const TCMutexGuard&) = delete;
 
-private:
+  private:
     TCMutex& m_mutex;
 };
 
 // One-shot alarm. Intervals are scaled by TARVO_ALARM_SCALE (default 1). A callback
 // whose arming was replaced by Reset or Destroy before it ran does nothing.
 class TCAlarm {
-public:
+  public:
     TCAlarm();
     ~TCAlarm();
     bool Create(TCEventIO* io, unsigned long ms, unsigned long flag);
@@ -111,7 +111,7 @@ public:
 
     bool m_bCreated = false;
 
-private:
+  private:
     struct State;
     std::shared_ptr<State> m_state;
 };

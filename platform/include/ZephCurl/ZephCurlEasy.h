@@ -30,7 +30,7 @@ typedef size_t (*DataFunction)(char* buffer, size_t size, size_t count, void* us
 typedef unsigned (*DataFunction32)(char* buffer, unsigned size, unsigned count, void* user);
 
 class ZephCurlEasy {
-public:
+  public:
     ZephCurlEasy();
     ~ZephCurlEasy();
     ZephCurlEasy(const ZephCurlEasy&) = delete;
@@ -56,7 +56,7 @@ public:
     int getErrorCode() const;
     std::string getLastError() const;
 
-private:
+  private:
     struct State;
     std::unique_ptr<State> m_state;
 };

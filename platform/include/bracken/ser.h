@@ -13,17 +13,17 @@ namespace bracken {
 namespace ser {
 
 class Job {
-public:
+  public:
     explicit Job(std::function<void()> fn);
     ~Job();
     void Run();
 
-private:
+  private:
     std::function<void()> m_fn;
 };
 
 class Worker : public Sedge::TCEventIO {
-public:
+  public:
     explicit Worker(std::string name);
     ~Worker() override;
     // Takes ownership of the job and nulls the caller's pointer; the job runs on the
@@ -33,22 +33,22 @@ public:
     bool PostFunction(std::function<void()> fn) override;
     const std::string& Name() const;
 
-private:
+  private:
     struct State;
     std::shared_ptr<State> m_state;
 };
 
 class WorkerFactory {
-public:
+  public:
     static WorkerFactory* Get();
     std::shared_ptr<Worker> GetWorker(std::string name);
 
-private:
+  private:
     WorkerFactory() = default;
 };
 
 class Service {
-public:
+  public:
     explicit Service(std::string name);
     virtual bool Start();
     virtual bool Stop();
@@ -56,31 +56,31 @@ public:
     virtual std::shared_ptr<Worker> GetWorker();
     virtual ~Service();
 
-protected:
+  protected:
     virtual bool OnStart() = 0;
     virtual bool OnStop() = 0;
 
-private:
+  private:
     std::string m_name;
     bool m_started = false;
 };
 
 class IServiceProxy {
-public:
+  public:
     virtual Sedge::TCMessage CallAPI(const Sedge::TCMessage& message) = 0;
     virtual void SendNotification(const Sedge::TCMessage& message) = 0;
     virtual ~IServiceProxy() = default;
 };
 
 class ServiceProxy : public IServiceProxy {
-public:
+  public:
     explicit ServiceProxy(std::string name);
     Sedge::TCMessage CallAPI(const Sedge::TCMessage& message) override;
     void SendNotification(const Sedge::TCMessage& message) override;
     ~ServiceProxy() override;
     virtual Sedge::TCMessage OnCallAPI(Sedge::TCMessage& message) = 0;
 
-private:
+  private:
     std::string m_name;
 };
 
