@@ -3,6 +3,7 @@
 // and answers a throwing call with an error frame, as the host does.
 #include <TarvoDataControlService.h>
 #include <TarvoDisclaimerDataItem.h>
+#include <TarvoExternalData.h>
 #include <TarvoInternalData.h>
 #include <tarvo/platform.h>
 
@@ -73,6 +74,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     profile["network"]["up"] = false;
     tarvo::platform::SaveDeviceProfile(profile);
 
+    // Singletons are made without a lock on their first call; make them here, before the worker
+    // and this thread can race to make two.
+    CTarvoExternalData::GetInstance();
+    CTarvoInternalData::GetInstance();
     if (!g_service->Start()) abort();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!ServiceAvailable()) {
