@@ -76,6 +76,19 @@ std::optional<double> ParseDouble(const std::string& text) {
     return value;
 }
 
+std::optional<std::chrono::milliseconds> ReadTimeout(const Arguments& args, double default_seconds) {
+    double seconds = default_seconds;
+    if (auto it = args.options.find("--timeout"); it != args.options.end()) {
+        const auto parsed = ParseDouble(it->second);
+        if (!parsed || *parsed < 0) {
+            UsageError("--timeout needs a number of seconds");
+            return std::nullopt;
+        }
+        seconds = *parsed;
+    }
+    return std::chrono::milliseconds(static_cast<long long>(seconds * 1000.0));
+}
+
 int UsageError(const std::string& message) {
     std::cerr << "tarvoctl: " << message << " (see tarvoctl --help)" << std::endl;
     return kExitUsage;

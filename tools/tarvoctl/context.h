@@ -6,6 +6,7 @@
 
 #include <json/json.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -50,6 +51,8 @@ std::optional<Arguments> SplitArguments(const std::vector<std::string>& args,
 
 std::optional<int> ParseInt(const std::string& text);
 std::optional<double> ParseDouble(const std::string& text);
+// The --timeout S option of `args`, or `default_seconds`; nullopt after printing a usage error.
+std::optional<std::chrono::milliseconds> ReadTimeout(const Arguments& args, double default_seconds);
 
 // Prints a usage error and returns kExitUsage.
 int UsageError(const std::string& message);

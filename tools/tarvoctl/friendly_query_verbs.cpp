@@ -177,20 +177,14 @@ int RunCountries(Context& context, const std::vector<std::string>& args) {
     const auto split = SplitArguments(rest, {"--timeout"});
     if (!split) return kExitUsage;
     if (!split->positional.empty()) return UsageError("countries takes --refresh and --timeout S only");
-    double seconds = kDefaultCountriesTimeout;
-    if (auto it = split->options.find("--timeout"); it != split->options.end()) {
-        const auto parsed = ParseDouble(it->second);
-        if (!parsed || *parsed < 0) return UsageError("--timeout needs a number of seconds");
-        seconds = *parsed;
-    }
+    const auto timeout = ReadTimeout(*split, kDefaultCountriesTimeout);
+    if (!timeout) return kExitUsage;
     ServiceSession session(context);
     if (!session.Open()) return session.ExitCode();
     if (refresh) {
         if (!session.Subscribe()) return session.ExitCode();
         if (!session.AskMethod("request country code list")) return session.ExitCode();
-        const auto done =
-            session.WaitForNotification("new_country_list_got", "the country list",
-                                        std::chrono::milliseconds(static_cast<long long>(seconds * 1000.0)));
+        const auto done = session.WaitForNotification("new_country_list_got", "the country list", *timeout);
         if (!done) return session.ExitCode();
         if ((*done)["result"] != "success") {
             return session.Refuse("the country list could not be fetched (error_code " +

@@ -19,12 +19,8 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
     if (!split) return kExitUsage;
     if (!split->positional.empty()) return UsageError("update takes --from PAGE and --timeout S only");
     const auto from = split->options.find("--from");
-    double seconds = kDefaultUpdateTimeout;
-    if (auto it = split->options.find("--timeout"); it != split->options.end()) {
-        const auto parsed = ParseDouble(it->second);
-        if (!parsed || *parsed < 0) return UsageError("--timeout needs a number of seconds");
-        seconds = *parsed;
-    }
+    const auto timeout = ReadTimeout(*split, kDefaultUpdateTimeout);
+    if (!timeout) return kExitUsage;
 
     {
         ServiceSession session(context);
@@ -34,9 +30,7 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
         request["method"] = "request update disclaimers";
         request["request_from"] = from != split->options.end() ? from->second : std::string("tarvoctl");
         if (!session.Ask(request)) return session.ExitCode();
-        const auto done =
-            session.WaitForNotification("new_disclaimer_got", "the disclaimers",
-                                        std::chrono::milliseconds(static_cast<long long>(seconds * 1000.0)));
+        const auto done = session.WaitForNotification("new_disclaimer_got", "the disclaimers", *timeout);
         if (!done) return session.ExitCode();
         if ((*done)["result"] != "success") {
             return session.Refuse("the disclaimers could not be updated (error_code " +
