@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "TarvoDisclaimerAgreement.h"
 #include "TarvoInternalData.h"
 #include "TarvoKelvaneInfoService.h"
 #include "TarvoLog.h"
@@ -76,7 +77,8 @@ void CTarvoDataControlService::SendNotification(const Sedge::TCMessage* message)
 
 // The place for teardown; nothing in the service calls it.
 void CTarvoDataControlService::t_OnTerminate() {
-    // The agreement service is deleted and nulled here once CTarvoDisclaimerAgreement exists.
+    delete m_pDisclaimerAgreement;
+    m_pDisclaimerAgreement = nullptr;
     if (m_pKelvaneInfoServ != nullptr) {
         m_pKelvaneInfoServ->Destroy();
         delete m_pKelvaneInfoServ;
@@ -113,7 +115,7 @@ bool CTarvoDataControlService::SendEvent(Sedge::TCEvent* event, ETarvoServiceNam
             break;
         case DISCLAIMER_AGREEMENT_SERV:
             if (m_pDisclaimerAgreement != nullptr) {
-                // Handed to m_pDisclaimerAgreement->SendEvent(event) once CTarvoDisclaimerAgreement exists.
+                m_pDisclaimerAgreement->SendEvent(event);
             }
             break;
         default:

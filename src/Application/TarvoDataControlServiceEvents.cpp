@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "TarvoDisclaimerAgreement.h"
 #include "TarvoExternalData.h"
 #include "TarvoInternalData.h"
 #include "TarvoKelvaneInfoService.h"
@@ -81,9 +82,11 @@ bool CTarvoDataControlService::t_OnEvent(Sedge::TCEvent event) {
                 SendEvent(&startEvent, KELVANE_INFO_SERV);
             }
             if (m_pDisclaimerAgreement == nullptr) {
-                // The agreement service is created here with new and started with Create() once
-                // CTarvoDisclaimerAgreement exists; a failed Create logs
-                // "Create DisclaimerAgreement service fail!" and ends the event with false.
+                m_pDisclaimerAgreement = new CTarvoDisclaimerAgreement();
+                if (!m_pDisclaimerAgreement->Create()) {
+                    TARVO_LOGW("Create DisclaimerAgreement service fail!");
+                    return false;
+                }
             }
             return true;
         }
