@@ -1,5 +1,8 @@
 #include "frames.h"
 
+#include "type_errors.h"
+#include "utf8.h"
+
 #include <dlog.h>
 #include <tarvo/platform.h>
 
@@ -15,7 +18,28 @@ namespace {
 constexpr const char* kLogTag = "TarvoHost";
 constexpr const char* kDefaultType = "tarvodatacontrol";
 
+// JsonCpp's "* Line 1, Column 5\n  Syntax error: ...\n" as one sentence.
+std::string ReadableParseError(const std::string& errors) {
+    const auto column = errors.find("Column ");
+    const auto newline = errors.find('\n', column == std::string::npos ? 0 : column);
+    if (column == std::string::npos || newline == std::string::npos) return "the line is not JSON";
+    const std::string at =
+        errors.substr(column + 7, errors.find_first_not_of("0123456789", column + 7) - column - 7);
+    auto start = errors.find_first_not_of(" \t", newline + 1);
+    auto end = errors.find('\n', start);
+    if (start == std::string::npos) return "the line is not JSON (at column " + at + ")";
+    std::string detail = errors.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    if (!detail.empty() && detail[0] >= 'A' && detail[0] <= 'Z')
+        detail[0] = static_cast<char>(detail[0] - 'A' + 'a');
+    return "the line is not JSON at column " + at + ": " + detail;
+}
+
 bool ParseObject(const std::string& line, Json::Value& out, std::string& reason) {
+    // JsonCpp passes any bytes through, so a frame is checked before it is read.
+    if (!IsValidUtf8(line)) {
+        reason = "the line is not valid UTF-8";
+        return false;
+    }
     Json::CharReaderBuilder builder;
     builder["failIfExtra"] = true;
     builder["collectComments"] = false;
@@ -23,16 +47,20 @@ bool ParseObject(const std::string& line, Json::Value& out, std::string& reason)
     std::string errors;
     try {
         if (!reader->parse(line.data(), line.data() + line.size(), &out, &errors)) {
-            reason = "not JSON: " + errors;
+            reason = ReadableParseError(errors);
             return false;
         }
-    } catch (const std::exception& e) {
+    } catch (const std::exception&) {
         // JsonCpp throws when nesting exceeds its stack limit.
-        reason = std::string("not JSON: ") + e.what();
+        reason = "the line is not JSON the host reads: it nests too deeply";
         return false;
     }
     if (!out.isObject()) {
-        reason = "not a JSON object";
+        reason = "the frame must be a JSON object, got " + DescribeType(out);
+        return false;
+    }
+    if (!HoldsValidUtf8(out)) {
+        reason = "the frame is not valid UTF-8: a \\u escape names half of a surrogate pair";
         return false;
     }
     return true;
@@ -66,21 +94,22 @@ FrameOutcome FrameHandler::Handle(const std::string& line) const {
             outcome.answer = OkFrame(id);
             outcome.subscribe = true;
         } else {
-            outcome.answer = ErrorFrame(id, "\"subscribe\" must be true");
+            outcome.answer = ErrorFrame(id, WrongMember("subscribe", "true", frame["subscribe"]));
         }
     } else if (frame.isMember("control")) {
         outcome.answer = m_Control(frame);
     } else {
-        outcome.answer = ErrorFrame(id, "unknown frame: expected \"call\", \"subscribe\" or \"control\"");
+        outcome.answer =
+            ErrorFrame(id, "the frame has none of the members \"call\", \"subscribe\" and \"control\"");
     }
     return outcome;
 }
 
 Json::Value FrameHandler::m_Call(const Json::Value& frame) const {
     const Json::Value& id = frame["id"];
-    if (!frame["call"].isObject()) return ErrorFrame(id, "\"call\" must be a JSON object");
+    if (!frame["call"].isObject()) return ErrorFrame(id, WrongMember("call", "an object", frame["call"]));
     if (frame.isMember("type") && !frame["type"].isString())
-        return ErrorFrame(id, "\"type\" must be a string");
+        return ErrorFrame(id, WrongMember("type", "a string", frame["type"]));
 
     Sedge::TCMessage request;
     request.json = frame["call"];
@@ -88,6 +117,11 @@ Json::Value FrameHandler::m_Call(const Json::Value& frame) const {
     Sedge::TCMessage reply;
     try {
         reply = m_proxy->CallAPI(request);
+    } catch (const Json::LogicError& e) {
+        // JsonCpp's own words name neither the member nor the type it found.
+        const std::string reason = DescribeConversionFailure(frame["call"], e.what());
+        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "call threw: %s (%s)", e.what(), reason.c_str());
+        return ErrorFrame(id, reason);
     } catch (const std::exception& e) {
         __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "call threw: %s", e.what());
         return ErrorFrame(id, e.what());
@@ -106,17 +140,21 @@ Json::Value FrameHandler::m_Call(const Json::Value& frame) const {
 Json::Value FrameHandler::m_Control(const Json::Value& frame) const {
     const Json::Value& id = frame["id"];
     const Json::Value& control = frame["control"];
-    if (!control.isString()) return ErrorFrame(id, "\"control\" must be a string");
+    if (!control.isString()) return ErrorFrame(id, WrongMember("control", "a string", control));
     const std::string name = control.asString();
     if (name == "ping") {
         Json::Value answer = OkFrame(id);
         answer["service"] = m_serviceName;
         return answer;
     }
-    if (name != "power-off" && name != "wakeup") return ErrorFrame(id, "unknown control \"" + name + "\"");
+    if (name != "power-off" && name != "wakeup")
+        return ErrorFrame(id,
+                          "unknown control \"" + name + "\": expected \"ping\", \"power-off\" or \"wakeup\"");
     int state = 0;
     if (frame.isMember("state")) {
-        if (!frame["state"].isInt()) return ErrorFrame(id, "\"state\" must be an integer");
+        if (!frame["state"].isInt())
+            return ErrorFrame(
+                id, WrongMember("state", "a whole number from -2147483648 to 2147483647", frame["state"]));
         state = frame["state"].asInt();
     }
     const bool done =
@@ -143,7 +181,9 @@ std::string FrameHandler::Serialize(const Json::Value& frame) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
-    return Json::writeString(builder, frame) + "\n";
+    // The module's replies may carry any bytes; a client gets valid UTF-8 whatever they are.
+    std::string text = Json::writeString(builder, frame) + "\n";
+    return IsValidUtf8(text) ? text : RepairUtf8(text);
 }
 
 }  // namespace host

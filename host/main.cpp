@@ -7,14 +7,18 @@
 #include <bracken/ser.h>
 #include <tarvo/platform.h>
 
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <optional>
 #include <pthread.h>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -29,7 +33,8 @@ constexpr const char* kUsage =
     "  --root DIR      the emulated television's root (default: $TARVO_ROOT)\n"
     "  --socket PATH   the client socket (default: ROOT/run/tarvodatacontrol.sock)\n"
     "  --help          show this text\n"
-    "Stops on SIGTERM or SIGINT, removing the socket.\n";
+    "Stops on SIGTERM or SIGINT, removing the socket.\n"
+    "TARVO_HOST_LINE_TIMEOUT_MS: how long a client may leave a line unfinished (default 10000).\n";
 
 struct Options {
     std::optional<std::string> module;
@@ -78,6 +83,38 @@ int ParseOptions(int argc, char** argv, Options& options) {
     return 0;
 }
 
+// The limits on clients, with the line time-out from TARVO_HOST_LINE_TIMEOUT_MS when set.
+std::optional<tarvo::host::ServerLimits> ReadLimits(std::string& error) {
+    tarvo::host::ServerLimits limits;
+    const char* text = std::getenv("TARVO_HOST_LINE_TIMEOUT_MS");
+    if (text == nullptr || *text == '\0') return limits;
+    char* end = nullptr;
+    errno = 0;
+    const long long ms = std::strtoll(text, &end, 10);
+    if (errno != 0 || *end != '\0' || ms <= 0) {
+        error = std::string("TARVO_HOST_LINE_TIMEOUT_MS must be a positive number of milliseconds, got \"") +
+                text + "\"";
+        return std::nullopt;
+    }
+    limits.lineTimeout = std::chrono::milliseconds(ms);
+    return limits;
+}
+
+// ROOT/run holds the client socket and volatile keys: private to this user, whoever made
+// it. When missing, the umask makes it private as it is created.
+bool MakeRunPrivate(std::string& error) {
+    // Without a root this would be the machine's own /run.
+    if (tarvo::platform::Root().empty()) return true;
+    const std::string run = platform_path("/run");
+    struct stat st {};
+    if (stat(run.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || (st.st_mode & 0777) == 0700) return true;
+    if (chmod(run.c_str(), 0700) != 0) {
+        error = "cannot make " + run + " private: " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
 // Start() runs on a thread of its own, as the framework's start thread would.
 bool StartService(bracken::ser::Service* service, std::string& error) {
     bool started = false;
@@ -106,6 +143,10 @@ int main(int argc, char** argv) {
     }
     if (parsed != 0) return parsed;
 
+    // The service's files (its store, its journal) are for this user alone; the platform
+    // gives the files that other applications read their modes itself.
+    umask(077);
+
     // Before any platform call: every television path resolves under this root.
     if (options.root) setenv("TARVO_ROOT", options.root->c_str(), 1);
     if (tarvo::platform::Root().empty()) {
@@ -125,10 +166,13 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
 
     std::string error;
+    const auto limits = ReadLimits(error);
+    if (!limits) return Fail(error);
+    if (!MakeRunPrivate(error)) return Fail(error);
     const auto module = tarvo::host::LoadModule(*options.module, error);
     if (!module) return Fail(error);
 
-    tarvo::host::SocketServer server(tarvo::host::FrameHandler(module->proxy, module->name));
+    tarvo::host::SocketServer server(tarvo::host::FrameHandler(module->proxy, module->name), *limits);
     bracken::ser::SetNotificationSink(
         [&server](const Sedge::TCMessage& message) { server.Broadcast(message); });
 

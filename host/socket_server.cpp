@@ -3,6 +3,7 @@
 #include <dlog.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -22,8 +23,8 @@ namespace host {
 namespace {
 
 constexpr const char* kLogTag = "TarvoHost";
-// A client that stops reading must not stall the notifying thread for ever.
-constexpr int kSendTimeoutSeconds = 5;
+// Room for a burst of clients that connect before the accept thread comes round.
+constexpr int kListenBacklog = SOMAXCONN > 1024 ? SOMAXCONN : 1024;
 
 std::string Errno(const std::string& what) { return what + ": " + std::strerror(errno); }
 
@@ -85,41 +86,28 @@ bool ClearStaleSocket(const std::string& path, const sockaddr_un& address, std::
     return true;
 }
 
+// Tells a client that it cannot be served, without waiting on it, and closes its socket.
+void Refuse(int fd, const std::string& reason) {
+    const std::string text = FrameHandler::Serialize(FrameHandler::ErrorFrame(Json::Value(), reason));
+    const ssize_t ignored = send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    (void)ignored;
+    close(fd);
+}
+
 }  // namespace
 
-struct SocketServer::Connection {
-    explicit Connection(int fd_) : fd(fd_) {}
-    ~Connection() { close(fd); }
+struct SocketServer::Tracked {
+    Tracked(int fd, const QueueLimits& limits) : connection(fd, limits) {}
 
-    // Sends one whole frame; false once the peer is gone.
-    bool Write(const std::string& text) {
-        std::lock_guard<std::mutex> lock(writeMutex);
-        return WriteLocked(text);
-    }
-    bool WriteLocked(const std::string& text) {
-        size_t sent = 0;
-        while (sent < text.size()) {
-            const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                shutdown(fd, SHUT_RDWR);
-                return false;
-            }
-            sent += static_cast<size_t>(n);
-        }
-        return true;
-    }
-
-    const int fd;
-    std::mutex writeMutex;  // guards writes to fd, so frames never interleave
-    std::atomic<bool> subscribed{false};
+    Connection connection;
+    std::atomic<int> threadsRunning{2};
 };
 
-SocketServer::SocketServer(FrameHandler handler) : m_handler(std::move(handler)) {}
+SocketServer::SocketServer(FrameHandler handler, ServerLimits limits)
+    : m_handler(std::move(handler)), m_limits(limits) {}
 
 SocketServer::~SocketServer() {
     Stop();
-    if (m_acceptThread.joinable()) m_acceptThread.join();
     if (m_listenFd >= 0) close(m_listenFd);
 }
 
@@ -142,7 +130,7 @@ bool SocketServer::Open(const std::string& path, std::string& error) {
     }
     m_path = path;
     // Nobody can connect before listen, so the mode is right before the first client.
-    if (chmod(path.c_str(), 0600) != 0 || listen(m_listenFd, 64) != 0) {
+    if (chmod(path.c_str(), 0600) != 0 || listen(m_listenFd, kListenBacklog) != 0) {
         error = Errno("cannot listen on " + path);
         unlink(path.c_str());
         return false;
@@ -158,21 +146,19 @@ void SocketServer::Stop() {
     if (m_stopping.exchange(true)) return;
     if (m_listenFd >= 0) shutdown(m_listenFd, SHUT_RDWR);
     if (!m_path.empty()) unlink(m_path.c_str());
+    // The shut listening socket ends its accept at once.
+    if (m_acceptThread.joinable()) m_acceptThread.join();
     std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto& connection : m_connections) shutdown(connection->fd, SHUT_RDWR);
+    for (const auto& tracked : m_connections) tracked->connection.Abort();
 }
 
 void SocketServer::Broadcast(const Sedge::TCMessage& message) {
-    std::vector<std::shared_ptr<Connection>> targets;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        for (const auto& connection : m_connections) {
-            if (connection->subscribed) targets.push_back(connection);
-        }
-    }
-    if (targets.empty()) return;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    bool any = false;
+    for (const auto& tracked : m_connections) any = any || tracked->connection.Subscribed();
+    if (!any) return;
     const std::string text = FrameHandler::Serialize(FrameHandler::NotificationFrame(message));
-    for (const auto& connection : targets) connection->Write(text);
+    for (const auto& tracked : m_connections) tracked->connection.QueueNotification(text);
 }
 
 void SocketServer::m_AcceptLoop() {
@@ -189,83 +175,146 @@ void SocketServer::m_AcceptLoop() {
                 __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "accept failed: %s", std::strerror(errno));
             return;
         }
-        timeval timeout{kSendTimeoutSeconds, 0};
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
-        auto connection = std::make_shared<Connection>(fd);
+        std::shared_ptr<Tracked> tracked;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_stopping) return;
-            m_connections.insert(connection);
+            if (m_stopping) {
+                close(fd);
+                return;
+            }
+            if (m_connections.size() < m_limits.maxConnections) {
+                tracked = std::make_shared<Tracked>(fd, m_limits.queue);
+                m_connections.insert(tracked);
+            }
         }
-        try {
-            std::thread([this, connection] {
-                try {
-                    m_ServeConnection(connection);
-                } catch (const std::exception& e) {
-                    __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "connection ended: %s", e.what());
-                } catch (...) {
-                    __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag,
-                                 "connection ended by an unknown exception");
-                }
-                std::lock_guard<std::mutex> lock(m_mutex);
-                m_connections.erase(connection);
-            }).detach();
-        } catch (const std::system_error& e) {
-            // Out of threads for now: this client is turned away, the host goes on.
-            __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "cannot serve a client: %s", e.what());
+        if (tracked == nullptr) {
+            Refuse(fd, "the host serves at most " + std::to_string(m_limits.maxConnections) +
+                           " connections at once; try again later");
+            continue;
+        }
+        if (!m_StartThreads(tracked)) {
             std::lock_guard<std::mutex> lock(m_mutex);
-            m_connections.erase(connection);
+            m_connections.erase(tracked);
         }
     }
 }
 
-void SocketServer::m_ServeConnection(std::shared_ptr<Connection> connection) {
+bool SocketServer::m_StartThreads(const std::shared_ptr<Tracked>& tracked) {
+    // A thread that throws would end the process: each body logs and returns instead.
+    auto guarded = [this, tracked](const char* role, auto body) {
+        return [this, tracked, role, body] {
+            try {
+                body(tracked->connection);
+            } catch (const std::exception& e) {
+                __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "connection %s ended: %s", role, e.what());
+                tracked->connection.Abort();
+            } catch (...) {
+                __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "connection %s ended by an unknown exception",
+                             role);
+                tracked->connection.Abort();
+            }
+            m_ThreadEnded(tracked);
+        };
+    };
+    try {
+        std::thread(guarded("writer", [](Connection& connection) { connection.WriteLoop(); })).detach();
+    } catch (const std::system_error& e) {
+        // Out of threads for now: this client is turned away, the host goes on.
+        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "cannot serve a client: %s", e.what());
+        return false;
+    }
+    try {
+        std::thread(guarded("reader", [this](Connection& connection) { m_ReadLoop(connection); })).detach();
+    } catch (const std::system_error& e) {
+        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "cannot serve a client: %s", e.what());
+        tracked->connection.Abort();
+        m_ThreadEnded(tracked);
+    }
+    return true;
+}
+
+void SocketServer::m_ThreadEnded(const std::shared_ptr<Tracked>& tracked) {
+    if (tracked->threadsRunning.fetch_sub(1) != 1) return;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_connections.erase(tracked);
+}
+
+void SocketServer::m_ReadLoop(Connection& connection) {
+    using Clock = std::chrono::steady_clock;
     std::string pending;
     bool discarding = false;  // inside a line over the limit, until its newline
+    bool line_open = false;   // bytes of an unfinished line have come, since line_started
+    Clock::time_point line_started;
     std::vector<char> buffer(64 * 1024);
-    while (true) {
-        const ssize_t n = read(connection->fd, buffer.data(), buffer.size());
-        if (n < 0 && errno == EINTR) continue;
+    while (!connection.Closing()) {
+        int wait_ms = -1;
+        if (line_open) {
+            const auto left = line_started + m_limits.lineTimeout - Clock::now();
+            if (left <= Clock::duration::zero()) {
+                __dlog_print(LOG_ID_MAIN, DLOG_WARN, kLogTag, "a client left a line unfinished: closing it");
+                connection.Close(FrameHandler::Serialize(FrameHandler::ErrorFrame(
+                    Json::Value(), "the connection is closed: a line stayed unfinished for " +
+                                       std::to_string(m_limits.lineTimeout.count()) + " ms")));
+                return;
+            }
+            wait_ms = static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
+        }
+        pollfd pfd{connection.Fd(), POLLIN, 0};
+        const int ready = poll(&pfd, 1, wait_ms);
+        if (ready < 0 && errno != EINTR) break;
+        if (ready <= 0) continue;
+        const ssize_t n = read(connection.Fd(), buffer.data(), buffer.size());
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (n <= 0) break;
         size_t start = 0;
         const size_t end = static_cast<size_t>(n);
-        while (start < end) {
+        bool line_ended = false;
+        while (start < end && !connection.Closing()) {
             const char* newline =
                 static_cast<const char*>(std::memchr(buffer.data() + start, '\n', end - start));
             const size_t stop = newline ? static_cast<size_t>(newline - buffer.data()) : end;
             if (!discarding) pending.append(buffer.data() + start, stop - start);
             if (pending.size() > kMaxLineBytes) {
-                pending.clear();
+                // Its memory goes at once; the rest of the line is skipped as it comes.
+                std::string().swap(pending);
                 discarding = true;
             }
             if (newline == nullptr) break;
             if (discarding) {
-                connection->Write(FrameHandler::Serialize(
+                connection.Queue(FrameHandler::Serialize(
                     FrameHandler::ErrorFrame(Json::Value(), "line longer than 1 MiB, discarded")));
                 discarding = false;
             } else {
-                m_HandleLine(*connection, pending);
+                m_HandleLine(connection, pending);
             }
-            pending.clear();
+            // A big line's memory is not kept for the life of the connection.
+            if (pending.capacity() > buffer.size()) {
+                std::string().swap(pending);
+            } else {
+                pending.clear();
+            }
+            line_ended = true;
             start = stop + 1;
         }
+        const bool was_open = line_open;
+        line_open = !pending.empty() || discarding;
+        if (line_open && (!was_open || line_ended)) line_started = Clock::now();
     }
-    if (!pending.empty() && !discarding) m_HandleLine(*connection, pending);
+    // A last line without its newline before the peer stopped sending is still a frame.
+    if (!pending.empty() && !discarding && !connection.Closing()) m_HandleLine(connection, pending);
+    connection.Close();
 }
 
 void SocketServer::m_HandleLine(Connection& connection, const std::string& line) {
     if (line.find_first_not_of(" \t\r") == std::string::npos) return;
     const FrameOutcome outcome = m_handler.Handle(line);
-    const std::string text = FrameHandler::Serialize(outcome.answer);
-    if (!outcome.subscribe) {
-        connection.Write(text);
-        return;
+    std::string text = FrameHandler::Serialize(outcome.answer);
+    // Subscribed as the answer is queued, so that a client that has read it misses nothing.
+    if (outcome.subscribe) {
+        connection.Subscribe(std::move(text));
+    } else {
+        connection.Queue(std::move(text));
     }
-    // Subscribed before the answer goes out, so that a client that has read it misses
-    // nothing; the write lock keeps any notification behind the answer.
-    std::lock_guard<std::mutex> lock(connection.writeMutex);
-    connection.subscribed = true;
-    if (!connection.WriteLocked(text)) connection.subscribed = false;
 }
 
 }  // namespace host

@@ -1,13 +1,17 @@
-// Serves clients on a Unix socket: one accept thread, one detached thread per
-// connection, each tracked in m_connections so that Stop can shut every one down.
-// Notifications arrive from any thread and go to subscribed connections only.
+// Serves clients on a Unix socket: one accept thread, and per connection a reader thread
+// that answers its lines and a writer thread that drains its queue, both detached and the
+// connection tracked in m_connections so that Stop can shut every one down. Answers and
+// notifications (from any thread) only enter queues: no caller ever waits on a client.
 #pragma once
 
+#include "connection.h"
 #include "frames.h"
 
 #include <Sedge/Sedge.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -17,9 +21,16 @@
 namespace tarvo {
 namespace host {
 
+struct ServerLimits {
+    size_t maxConnections = 64;
+    // A line that stays unfinished this long closes its connection.
+    std::chrono::milliseconds lineTimeout{10000};
+    QueueLimits queue;
+};
+
 class SocketServer {
   public:
-    explicit SocketServer(FrameHandler handler);
+    SocketServer(FrameHandler handler, ServerLimits limits);
     ~SocketServer();
     SocketServer(const SocketServer&) = delete;
     SocketServer& operator=(const SocketServer&) = delete;
@@ -31,24 +42,30 @@ class SocketServer {
     void Serve();
     // Stops accepting, removes the socket file and shuts every connection down.
     void Stop();
-    // Writes a notification frame to every subscribed connection.
+    // Queues a notification frame for every subscribed connection.
     void Broadcast(const Sedge::TCMessage& message);
 
   private:
-    struct Connection;
+    struct Tracked;
 
     void m_AcceptLoop();
-    // Reads and answers lines until the peer goes; its thread then forgets the connection.
-    void m_ServeConnection(std::shared_ptr<Connection> connection);
+    // Starts the connection's writer and reader threads; false when it cannot.
+    bool m_StartThreads(const std::shared_ptr<Tracked>& tracked);
+    // Reads and answers lines until the peer goes, the connection closes or a line stays
+    // unfinished too long.
+    void m_ReadLoop(Connection& connection);
     void m_HandleLine(Connection& connection, const std::string& line);
+    // Each of a connection's two threads calls this at its end; the last forgets it.
+    void m_ThreadEnded(const std::shared_ptr<Tracked>& tracked);
 
     FrameHandler m_handler;
+    const ServerLimits m_limits;
     std::string m_path;
     int m_listenFd = -1;
     std::atomic<bool> m_stopping{false};
     std::thread m_acceptThread;
     std::mutex m_mutex;  // guards m_connections
-    std::set<std::shared_ptr<Connection>> m_connections;
+    std::set<std::shared_ptr<Tracked>> m_connections;
 };
 
 }  // namespace host

@@ -2,18 +2,48 @@
 # Runs the service on an emulated television beside the development cloud:
 # builds what it needs, prepares the root, starts tarvo-cloud in the background and
 # tarvo-service-host in the foreground with its log on the terminal. Ctrl-C stops both.
+# Usage: scripts/run.sh [--fresh]   (--fresh: start from an empty root, as a new television)
 set -euo pipefail
+
+fresh=0
+for arg in "$@"; do
+  case "$arg" in
+    --fresh) fresh=1 ;;
+    -h | --help)
+      sed -n '2,6p' "$0" | sed 's/^# \{0,1\}//'
+      exit 0
+      ;;
+    *)
+      echo "run.sh: unknown argument '$arg' (usage: scripts/run.sh [--fresh])" >&2
+      exit 2
+      ;;
+  esac
+done
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 
 bash scripts/deps.sh
 cmake -S . -B build/run -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARVO_TESTS=OFF -DTARVO_BENCH=OFF >/dev/null
-ninja -C build/run tarvo-service-host tarvoctl tarvo-cloud tarvodatacontrol
+ninja -C build/run tarvo-service-host tarvoctl tarvo-cloud tarvodatacontrol tarvo-screen tarvo-logctl
 
 default_root=${XDG_STATE_HOME:-$HOME/.local/state}/tarvo/root
 root=${TARVO_ROOT:-$default_root}
 export TARVO_ROOT="$root"
+ctl="build/run/tools/tarvoctl"
+# A second run on the same root would repoint the running service at its own cloud.
+if "$ctl" --root "$root" ping >/dev/null 2>&1; then
+  echo "run.sh: a service is already running on $root; stop it (Ctrl-C in its terminal) or choose" \
+    "another TARVO_ROOT" >&2
+  exit 1
+fi
+if [ "$fresh" = 1 ]; then
+  case "$root" in
+    "" | "/") echo "run.sh: refusing to remove the root '$root'" >&2; exit 2 ;;
+  esac
+  rm -rf -- "$root"
+  echo "run.sh: removed $root, starting from a new television"
+fi
 # A prepared television: its folders (with the USB clone folder's parent) and a device
 # profile, TARVO_DEVICE (a name under data/devices/, default retail_uhd) when it has none yet.
 mkdir -p "$root/run" "$root/var/vconf/db" "$root/run/vconf/memory" "$root/var/log" "$root/etc/tarvo" \
@@ -23,32 +53,39 @@ if [ ! -e "$root/etc/tarvo/device.json" ]; then
   [ -f "data/devices/$device.json" ] || { echo "run.sh: no device profile data/devices/$device.json" >&2; exit 2; }
   cp "data/devices/$device.json" "$root/etc/tarvo/device.json"
 fi
-ctl="build/run/tools/tarvoctl"
-# A second run on the same root would repoint the running service at its own cloud.
-if "$ctl" --root "$root" ping >/dev/null 2>&1; then
-  echo "run.sh: a service is already running on $root; stop it (Ctrl-C in its terminal) or choose" \
-    "another TARVO_ROOT" >&2
-  exit 1
-fi
 openapi_port=${TARVO_OPENAPI_PORT:-18480}
 admin_port=${TARVO_ADMIN_PORT:-18481}
+production_port=${TARVO_PRODUCTION_PORT:-18443}
+staging_port=${TARVO_STAGING_PORT:-18444}
 
+# The cloud points the device profile at its agreement and log servers and at its CA, which
+# it keeps in the root so that later runs reuse it.
 rm -f "$root/run/cloud.json"
 build/run/tools/tarvo-cloud --data "$top/data" --openapi-port "$openapi_port" --admin-port "$admin_port" \
-  --state-file "$root/run/cloud.json" >"$root/run/cloud.log" 2>&1 &
+  --production-port "$production_port" --staging-port "$staging_port" --tls-dir "$root/run/cloud-tls" \
+  --write-profile "$root/etc/tarvo/device.json" --state-file "$root/run/cloud.json" >"$root/run/cloud.log" 2>&1 &
 cloud_pid=$!
-trap 'kill "$cloud_pid" 2>/dev/null || true' EXIT
+screen_pid=
+trap 'kill "$cloud_pid" $screen_pid 2>/dev/null || true' EXIT
 for _ in $(seq 1 50); do
   [ -s "$root/run/cloud.json" ] && break
   if ! kill -0 "$cloud_pid" 2>/dev/null; then
     cat "$root/run/cloud.log"
     echo "run.sh: tarvo-cloud did not start; if another run holds its ports, choose others with" \
-      "TARVO_OPENAPI_PORT and TARVO_ADMIN_PORT" >&2
+      "TARVO_OPENAPI_PORT, TARVO_ADMIN_PORT, TARVO_PRODUCTION_PORT and TARVO_STAGING_PORT" >&2
     exit 1
   fi
   sleep 0.1
 done
+[ -s "$root/run/cloud.json" ] || { echo "run.sh: tarvo-cloud wrote no ports line" >&2; exit 1; }
 echo "tarvo-cloud: $(cat "$root/run/cloud.json") (log: $root/run/cloud.log)"
+
+# The usage-log policy, pointing the loggers at the production log server the cloud plays.
+bound_port() { grep -o "\"$1\":[0-9]*" "$root/run/cloud.json" | cut -d: -f2; }
+bound_production=$(bound_port production)
+mkdir -p "$root/opt/down/common"
+sed "s|@LOG_HOST@|127.0.0.1:$bound_production|g" data/LogPolicyConfig.xml \
+  >"$root/opt/down/common/LogPolicyConfig.xml"
 
 # The values a television's server configuration would have set; the user's own choices are kept.
 "$ctl" --root "$root" vconf set db/nimbra/gpmurl/apps "http://127.0.0.1:$openapi_port" --type string
@@ -58,7 +95,7 @@ set_default() {
   fi
 }
 set_default db/nimbra/countrycode US
-set_default db/nimbra/modelid UN55
+set_default db/nimbra/modelid TRV55Q9
 set_default db/nimbra/duid TVDUID0000000001
 set_default db/menu_widget/language en_US.utf8
 
@@ -66,5 +103,14 @@ ctl_here="$ctl"
 [ "$root" = "$default_root" ] || ctl_here="$ctl --root $root"
 echo "device profile: $root/etc/tarvo/device.json (edit it while the service runs)"
 echo "in another terminal, from $top: $ctl_here status   (then: list, update, show tnc, agree tnc)"
-TARVO_LOG_STDERR=${TARVO_LOG_STDERR:-1} build/run/host/tarvo-service-host \
+bound_admin=$(bound_port admin)
+echo "what the cloud received: curl -s http://127.0.0.1:$bound_admin/admin/agreements (uploaded answers)"
+echo "                         curl -s http://127.0.0.1:$bound_admin/admin/log-events (usage events)"
+# The television's screens in a browser; they find the host by themselves once it is up.
+screen_port=${TARVO_SCREEN_PORT:-18482}
+build/run/tools/tarvo-screen --root "$root" --port "$screen_port" >"$root/run/screen.log" 2>&1 &
+screen_pid=$!
+echo "the television's screens: http://127.0.0.1:$screen_port/ (tarvo-screen; log: $root/run/screen.log)"
+# The terminal shows info and above; the log file keeps every line (tarvoctl log --level debug).
+TARVO_LOG_LEVEL=${TARVO_LOG_LEVEL:-info} TARVO_LOG_STDERR=${TARVO_LOG_STDERR:-1} build/run/host/tarvo-service-host \
   --module build/run/src/libtarvodatacontrol.so --root "$root"

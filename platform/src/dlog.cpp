@@ -83,14 +83,23 @@ std::string TimeStamp() {
 
 // One write per line, so that lines of several threads or processes never mix.
 void AppendLine(const std::string& path, const std::string& line) {
-    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0 && errno == ENOENT && detail::MakeDirs(detail::DirName(path))) {
-        fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    }
+    // Readable by everyone, also from a process whose umask keeps its own files private.
+    int fd = detail::OpenForAppend(path, 0644, 0755);
     if (fd < 0) return;
     ssize_t ignored = write(fd, line.data(), line.size());
     (void)ignored;
     close(fd);
+}
+
+// The lowest priority mirrored to stderr: TARVO_LOG_LEVEL debug, info, warn or error. Unset, the
+// mirror shows warnings and errors, so that a terminal is not flooded; the file gets every line.
+int MirrorLevel() {
+    const char* level = getenv("TARVO_LOG_LEVEL");
+    if (level == nullptr || *level == '\0') return DLOG_WARN;
+    if (strcmp(level, "debug") == 0) return DLOG_VERBOSE;
+    if (strcmp(level, "info") == 0) return DLOG_INFO;
+    if (strcmp(level, "error") == 0) return DLOG_ERROR;
+    return DLOG_WARN;
 }
 
 }  // namespace
@@ -163,7 +172,7 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
 
     tarvo::platform::AppendLine(platform_path("/var/log/tarvo.log"), line);
     const char* mirror = getenv("TARVO_LOG_STDERR");
-    if (mirror != nullptr && strcmp(mirror, "1") == 0) {
+    if (mirror != nullptr && strcmp(mirror, "1") == 0 && prio >= tarvo::platform::MirrorLevel()) {
         ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
         (void)ignored;
     }

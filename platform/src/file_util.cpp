@@ -15,16 +15,17 @@ namespace tarvo {
 namespace platform {
 namespace detail {
 
-bool MakeDirs(const std::string& dir) {
+bool MakeDirs(const std::string& dir, std::optional<mode_t> mode) {
     if (dir.empty()) return true;
     struct stat st;
     if (stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
     std::string parent = DirName(dir);
-    if (!parent.empty() && parent != dir && !MakeDirs(parent)) return false;
-    if (mkdir(dir.c_str(), 0755) == 0 || errno == EEXIST) {
-        return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    if (!parent.empty() && parent != dir && !MakeDirs(parent, mode)) return false;
+    if (mkdir(dir.c_str(), mode.value_or(0755)) == 0) {
+        if (mode && chmod(dir.c_str(), *mode) != 0) return false;
+        return true;
     }
-    return false;
+    return errno == EEXIST && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 std::string DirName(const std::string& path) {
@@ -71,7 +72,7 @@ static bool WriteAll(int fd, const std::string& content) {
     return true;
 }
 
-bool WriteFileAtomically(const std::string& path, const std::string& content) {
+bool WriteFileAtomically(const std::string& path, const std::string& content, std::optional<mode_t> mode) {
     const std::string dir = DirName(path);
     if (!MakeDirs(dir)) {
         __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "cannot create folder %s", dir.c_str());
@@ -84,7 +85,7 @@ bool WriteFileAtomically(const std::string& path, const std::string& content) {
                      strerror(errno));
         return false;
     }
-    const bool written = WriteAll(fd, content);
+    const bool written = (!mode || fchmod(fd, *mode) == 0) && WriteAll(fd, content);
     const int saved = errno;
     if (close(fd) != 0 || !written) {
         __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "cannot write %s: %s", temp.c_str(),
@@ -99,6 +100,20 @@ bool WriteFileAtomically(const std::string& path, const std::string& content) {
         return false;
     }
     return true;
+}
+
+int OpenForAppend(const std::string& path, mode_t mode, mode_t folder_mode) {
+    const int flags = O_WRONLY | O_APPEND | O_CLOEXEC;
+    int fd = open(path.c_str(), flags);
+    if (fd >= 0 || errno != ENOENT) return fd;
+    if (!MakeDirs(DirName(path), folder_mode)) return -1;
+    fd = open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
+    if (fd >= 0) {
+        fchmod(fd, mode);
+        return fd;
+    }
+    // Another writer made it in between.
+    return errno == EEXIST ? open(path.c_str(), flags) : -1;
 }
 
 std::optional<Json::Value> ParseJson(const std::string& text) {

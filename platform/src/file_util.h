@@ -4,6 +4,8 @@
 
 #include <json/json.h>
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
@@ -14,8 +16,9 @@ namespace detail {
 // Tag of the platform's own log lines.
 constexpr const char* kPlatformTag = "TarvoPlatform";
 
-// mkdir -p; true when the folder exists afterwards.
-bool MakeDirs(const std::string& dir);
+// mkdir -p; true when the folder exists afterwards. With `mode`, the folders it creates get
+// exactly that mode whatever the process's umask.
+bool MakeDirs(const std::string& dir, std::optional<mode_t> mode = std::nullopt);
 // Folder part of a path ("" for a bare name).
 std::string DirName(const std::string& path);
 // Last component of a path.
@@ -24,8 +27,13 @@ std::string BaseName(const std::string& path);
 // The whole file, or nullopt when it cannot be read.
 std::optional<std::string> ReadWholeFile(const std::string& path);
 // Writes `.NAME.tmp` beside `path`, then renames it over `path`, so that a reader
-// never sees half a file. Creates the folder when needed. Logs the reason on failure.
-bool WriteFileAtomically(const std::string& path, const std::string& content);
+// never sees half a file. Creates the folder when needed. With `mode`, the file gets exactly
+// that mode whatever the process's umask. Logs the reason on failure.
+bool WriteFileAtomically(const std::string& path, const std::string& content,
+                         std::optional<mode_t> mode = std::nullopt);
+// Opens `path` to append, creating it with exactly `mode` (and missing folders with exactly
+// `folder_mode`) whatever the process's umask; -1 on failure.
+int OpenForAppend(const std::string& path, mode_t mode, mode_t folder_mode);
 
 // Parses a JSON text; nullopt when it is no JSON.
 std::optional<Json::Value> ParseJson(const std::string& text);

@@ -33,6 +33,14 @@ std::optional<std::string> VconfKeyPath(const char* key) {
     return std::nullopt;
 }
 
+bool MakeKeyFolder(const std::string& key_path) {
+    const std::string memory_tree = platform_path("/run/vconf");
+    const bool memory = key_path.compare(0, memory_tree.size() + 1, memory_tree + "/") == 0;
+    const std::string tree = memory ? memory_tree : platform_path("/var/vconf");
+    // Folders above the key tree keep the process's own modes (ROOT/run stays private).
+    return MakeDirs(DirName(tree)) && MakeDirs(DirName(key_path), kKeyFolderMode);
+}
+
 keynode_t ReadVconfKey(const char* key) {
     keynode_t node;
     node.name = key != nullptr ? key : "";
@@ -83,7 +91,12 @@ int SetKey(const char* key, const char* type, const Json::Value& value) {
     // Two threads setting one key would share its temp file.
     static std::mutex* write_mutex = new std::mutex();  // guards the keys' temp files
     std::lock_guard<std::mutex> lock(*write_mutex);
-    return tarvo::platform::detail::WriteFileAtomically(*path, tarvo::platform::detail::CompactJson(content))
+    if (!tarvo::platform::detail::MakeKeyFolder(*path)) {
+        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "cannot create the folder of vconf key %s", key);
+        return -1;
+    }
+    return tarvo::platform::detail::WriteFileAtomically(*path, tarvo::platform::detail::CompactJson(content),
+                                                        tarvo::platform::detail::kKeyFileMode)
                ? 0
                : -1;
 }

@@ -44,7 +44,7 @@ class NotifyRegistry {
         if (!path) return -1;
         const std::string dir = tarvo::platform::detail::DirName(*path);
         // The key's folder may not exist yet: make it, so that its first set is seen.
-        if (!tarvo::platform::detail::MakeDirs(dir)) {
+        if (!tarvo::platform::detail::MakeKeyFolder(*path)) {
             __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kPlatformTag, "cannot create %s for watching %s",
                          dir.c_str(), key);
             return -1;

@@ -4,6 +4,8 @@
 
 #include <vconf.h>
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
@@ -22,6 +24,11 @@ namespace detail {
 // The file of a key ("db/..." and "file/..." under var/vconf, "memory/..." under
 // run/vconf); nullopt for a key outside those trees or with an unsafe component.
 std::optional<std::string> VconfKeyPath(const char* key);
+// Other applications read the keys, whatever the umask of the process that writes them.
+constexpr mode_t kKeyFileMode = 0644;
+constexpr mode_t kKeyFolderMode = 0755;
+// Makes the folders of a key's file: those inside the vconf tree with kKeyFolderMode.
+bool MakeKeyFolder(const std::string& key_path);
 // The key's current type and value, read from its file; type NONE when unset or unreadable.
 keynode_t ReadVconfKey(const char* key);
 

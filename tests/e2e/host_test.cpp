@@ -107,6 +107,39 @@ TEST_F(HostProtocol, MalformedLinesGetErrorFramesAndTheConnectionStaysOpen) {
     EXPECT_EQ((*after)["reply"]["echo"]["method"], "still-open");
 }
 
+TEST_F(HostProtocol, FramesThatAreNotUtf8AreRefusedAndErrorsNameTheMemberAndItsType) {
+    const std::string bad_ids[] = {"\xff",     "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
+                                   "\xe2\x82", "\\udc00"};
+    for (const auto& id : bad_ids) {
+        ASSERT_TRUE(m_client.SendLine(R"({"id": ")" + id + R"(", "call": {"method": "x"}})"));
+        const auto answer = m_client.ReadFrame();
+        ASSERT_TRUE(answer);
+        EXPECT_TRUE((*answer)["id"].isNull()) << ToLine(*answer);
+        EXPECT_NE((*answer)["error"].asString().find("UTF-8"), std::string::npos) << ToLine(*answer);
+    }
+    // Characters outside ASCII are echoed whole.
+    ASSERT_TRUE(m_client.SendLine("{\"id\": \"caf\xc3\xa9 \xf0\x9f\x93\xba\", \"control\": \"ping\"}"));
+    const auto wide = m_client.ReadFrame();
+    ASSERT_TRUE(wide);
+    EXPECT_EQ((*wide)["id"], "caf\xc3\xa9 \xf0\x9f\x93\xba");
+
+    const std::pair<std::string, std::string> cases[] = {
+        {R"({"id": 4, "call": "hello"})", R"(member "call" must be an object, got a string)"},
+        {R"({"id": 4, "call": {}, "type": 7})", R"(member "type" must be a string, got 7)"},
+        {R"({"id": 4, "subscribe": false})", R"(member "subscribe" must be true, got false)"},
+        {R"({"id": 4, "control": ["ping"]})", R"(member "control" must be a string, got an array)"},
+        {R"({"id": 4, "control": "wakeup", "state": "7"})",
+         R"(member "state" must be a whole number from -2147483648 to 2147483647, got a string)"},
+        {R"([4])", "the frame must be a JSON object, got an array"},
+    };
+    for (const auto& [line, error] : cases) {
+        ASSERT_TRUE(m_client.SendLine(line));
+        const auto answer = m_client.ReadFrame();
+        ASSERT_TRUE(answer);
+        EXPECT_EQ((*answer)["error"], error) << line;
+    }
+}
+
 TEST_F(HostProtocol, NotificationsReachSubscribersOnly) {
     HostClient listener;
     ASSERT_TRUE(listener.Connect(DefaultSocket(m_root)));

@@ -28,17 +28,24 @@ std::vector<std::string> AgreementEntries(const std::string& text) {
 
 void Sync::PrepareTelevision() {
     const std::string state = m_root.Path() + "/cloud-state.json";
-    m_cloud =
-        std::make_unique<ChildProcess>(std::vector<std::string>{TARVO_CLOUD_BIN, "--openapi-port", "0",
-                                                                "--admin-port", "0", "--state-file", state},
-                                       std::map<std::string, std::string>{}, m_root.Path() + "/cloud");
+    m_cloud = std::make_unique<ChildProcess>(
+        std::vector<std::string>{TARVO_CLOUD_BIN, "--openapi-port", "0", "--admin-port", "0",
+                                 "--production-port", "0", "--staging-port", "0", "--tls-dir",
+                                 m_root.Path() + "/cloud-tls", "--write-profile",
+                                 m_root.At("/etc/tarvo/device.json"), "--state-file", state},
+        std::map<std::string, std::string>{}, m_root.Path() + "/cloud");
     ASSERT_TRUE(m_cloud->Started());
     Json::Value ports;
     ASSERT_TRUE(WaitUntil([&] { return (ports = ParseText(ReadFile(state))).isObject(); }))
         << m_cloud->Stderr();
     EXPECT_EQ(ParseText(m_cloud->Stdout()), ports);
     m_openapiPort = ports["openapi"].asInt();
+    m_productionPort = ports["production"].asInt();
+    m_stagingPort = ports["staging"].asInt();
+    m_caFile = ports["ca"].asString();
     ASSERT_GT(m_openapiPort, 0);
+    ASSERT_GT(m_productionPort, 0);
+    ASSERT_GT(m_stagingPort, 0);
     m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
     m_admin->set_read_timeout(10, 0);
 
@@ -52,7 +59,7 @@ void Sync::PrepareTelevision() {
 
 void Sync::StartService() {
     setenv("TARVO_ALARM_SCALE", m_alarmScale.c_str(), 1);
-    setenv("TARVO_TIMEOUT_SCALE", "0.2", 1);
+    setenv("TARVO_TIMEOUT_SCALE", m_timeoutScale.c_str(), 1);
     m_host = StartHost(m_root, TARVO_MODULE_PATH);
     ASSERT_NE(m_host, nullptr);
     ASSERT_TRUE(m_events.Connect(DefaultSocket(m_root)));
@@ -148,6 +155,22 @@ Json::Value Sync::CloudRequests() {
 }
 
 void Sync::ClearCloudRequests() { ASSERT_TRUE(m_admin->Delete("/admin/requests")); }
+
+Json::Value Sync::CloudAgreements() {
+    const auto listed = m_admin->Get("/admin/agreements");
+    EXPECT_TRUE(listed);
+    return listed ? ParseText(listed->body) : Json::Value();
+}
+
+void Sync::ClearCloudAgreements() { ASSERT_TRUE(m_admin->Delete("/admin/agreements")); }
+
+Json::Value Sync::CloudLogEvents() {
+    const auto listed = m_admin->Get("/admin/log-events");
+    EXPECT_TRUE(listed);
+    return listed ? ParseText(listed->body) : Json::Value();
+}
+
+void Sync::ClearCloudLogEvents() { ASSERT_TRUE(m_admin->Delete("/admin/log-events")); }
 
 void Sync::Fault(const std::string& json) {
     m_admin->Delete("/admin/fault");

@@ -1,6 +1,7 @@
 // The service in the host against tarvo-cloud on loopback: a television whose network is down at
-// start (so nothing fetches until a test says so), a subscribed connection collecting the
-// notifications, a second one for calls, and the cloud's admin endpoint.
+// start (so nothing fetches until a test says so) and whose profile points at the cloud's HTTPS
+// agreement and log servers and CA, a subscribed connection collecting the notifications, a
+// second one for calls, and the cloud's admin endpoint.
 #pragma once
 
 #include "host_client.h"
@@ -47,15 +48,25 @@ class Sync : public ::testing::Test {
 
     Json::Value CloudRequests();
     void ClearCloudRequests();
+    // {"production": {DUID: {...}}, "staging": {...}}: the uploads the cloud accepted.
+    Json::Value CloudAgreements();
+    void ClearCloudAgreements();
+    // Every usage event the cloud's log servers received, oldest first.
+    Json::Value CloudLogEvents();
+    void ClearCloudLogEvents();
     void Fault(const std::string& json);
     void Publish(const std::string& json);
     size_t LogCount(const std::string& text) const;
 
     TempRoot m_root;
     std::string m_alarmScale = "0.05";
+    std::string m_timeoutScale = "0.2";
     std::unique_ptr<ChildProcess> m_cloud;
     std::unique_ptr<ChildProcess> m_host;
     int m_openapiPort = 0;
+    int m_productionPort = 0;
+    int m_stagingPort = 0;
+    std::string m_caFile;
     std::unique_ptr<httplib::Client> m_admin;
     HostClient m_events;
     HostClient m_calls;

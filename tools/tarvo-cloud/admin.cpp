@@ -44,6 +44,12 @@ Json::Value Ok() {
 
 }  // namespace
 
+Json::Value PortsLine(const Listeners& listeners, const CloudContext& context) {
+    Json::Value line = listeners.Ports();
+    if (!context.ca_file.empty()) line["ca"] = context.ca_file;
+    return line;
+}
+
 void InstallAdminRoutes(httplib::Server& server, CloudContext& context, const Listeners& listeners) {
     server.set_payload_max_length(kMaxAdminBody);
     server.Get("/admin/requests", [&context](const httplib::Request&, httplib::Response& res) {
@@ -52,6 +58,22 @@ void InstallAdminRoutes(httplib::Server& server, CloudContext& context, const Li
     server.Delete("/admin/requests", [&context](const httplib::Request&, httplib::Response& res) {
         Json::Value body = Ok();
         body["cleared"] = Json::UInt64(context.record.Clear());
+        Reply(res, 200, body);
+    });
+    server.Get("/admin/agreements", [&context](const httplib::Request&, httplib::Response& res) {
+        Reply(res, 200, context.agreements.ToJson());
+    });
+    server.Delete("/admin/agreements", [&context](const httplib::Request&, httplib::Response& res) {
+        Json::Value body = Ok();
+        body["cleared"] = Json::UInt64(context.agreements.Clear());
+        Reply(res, 200, body);
+    });
+    server.Get("/admin/log-events", [&context](const httplib::Request&, httplib::Response& res) {
+        Reply(res, 200, context.log_events.ToJson());
+    });
+    server.Delete("/admin/log-events", [&context](const httplib::Request&, httplib::Response& res) {
+        Json::Value body = Ok();
+        body["cleared"] = Json::UInt64(context.log_events.Clear());
         Reply(res, 200, body);
     });
     server.Get("/admin/fault", [&context](const httplib::Request&, httplib::Response& res) {
@@ -90,8 +112,8 @@ void InstallAdminRoutes(httplib::Server& server, CloudContext& context, const Li
     server.Get("/admin/data", [&context](const httplib::Request&, httplib::Response& res) {
         Reply(res, 200, context.data.ToJson());
     });
-    server.Get("/admin/ports", [&listeners](const httplib::Request&, httplib::Response& res) {
-        Reply(res, 200, listeners.Ports());
+    server.Get("/admin/ports", [&context, &listeners](const httplib::Request&, httplib::Response& res) {
+        Reply(res, 200, PortsLine(listeners, context));
     });
     server.set_error_handler(
         httplib::Server::HandlerWithResponse([](const httplib::Request& req, httplib::Response& res) {

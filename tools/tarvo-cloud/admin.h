@@ -11,6 +11,9 @@
 namespace tarvo {
 namespace cloud {
 
+// {"admin": port, "openapi": port, "production": port, "staging": port, "ca": path of ca.pem}.
+Json::Value PortsLine(const Listeners& listeners, const CloudContext& context);
+
 void InstallAdminRoutes(httplib::Server& server, CloudContext& context, const Listeners& listeners);
 
 }  // namespace cloud

@@ -1,14 +1,17 @@
-// What the cloud's servers share: the disclaimer sets, the faults, the request record
-// and the stop signal. Made once by main before any listener starts; each part locks itself.
+// What the cloud's servers share: the disclaimer sets, the faults, the request record, what
+// the agreement and log servers accepted, and the stop signal. Made once by main before any
+// listener starts; each part locks itself, and ca_file is set before any listener starts.
 #pragma once
 
 #include "data_sets.h"
 #include "faults.h"
+#include "received.h"
 #include "record.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <string>
 
 namespace tarvo {
 namespace cloud {
@@ -39,7 +42,10 @@ struct CloudContext {
     DataSets data;
     FaultTable faults;
     RequestRecord record;
+    AgreementBook agreements;
+    LogBook log_events;
     StopSignal stop;
+    std::string ca_file;  // absolute path of the CA that signs the TLS servers' certificate
 };
 
 }  // namespace cloud

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
 #include <limits>
 #include <map>
 
@@ -25,9 +26,38 @@ const std::map<std::string, FaultKind>& KindNames() {
                                                            {"delay", FaultKind::kDelay},
                                                            {"drop", FaultKind::kDrop},
                                                            {"big_chunk", FaultKind::kBigChunk},
-                                                           {"empty", FaultKind::kEmpty}};
+                                                           {"empty", FaultKind::kEmpty},
+                                                           {"not_xml", FaultKind::kNotXml},
+                                                           {"wrong_root", FaultKind::kWrongRoot},
+                                                           {"ok_with_err", FaultKind::kOkWithErr},
+                                                           {"untrusted_cert", FaultKind::kUntrustedCert}};
     return names;
 }
+
+struct PathKinds {
+    const char* path;
+    std::vector<FaultKind> kinds;
+};
+
+// What each server can play: the OpenAPI answers are JSON, the agreement answers XML, and the
+// log server answers only with its status.
+const std::vector<PathKinds>& KindsByPath() {
+    static const std::vector<FaultKind> openapi = {
+        FaultKind::kStatError, FaultKind::kNotJson,  FaultKind::kHttpStatus, FaultKind::kDelay,
+        FaultKind::kDrop,      FaultKind::kBigChunk, FaultKind::kEmpty};
+    static const std::vector<PathKinds> table = {
+        {"checkversion", openapi},
+        {"disclaimers", openapi},
+        {"any", openapi},
+        {"agreement",
+         {FaultKind::kStatError, FaultKind::kNotXml, FaultKind::kWrongRoot, FaultKind::kOkWithErr,
+          FaultKind::kHttpStatus, FaultKind::kDelay, FaultKind::kDrop, FaultKind::kBigChunk,
+          FaultKind::kEmpty, FaultKind::kUntrustedCert}},
+        {"log", {FaultKind::kHttpStatus, FaultKind::kDelay, FaultKind::kDrop}}};
+    return table;
+}
+
+bool IsOpenApiRoute(const std::string& route) { return route == "checkversion" || route == "disclaimers"; }
 
 std::string KindName(FaultKind kind) {
     for (const auto& [name, value] : KindNames()) {
@@ -74,20 +104,23 @@ FaultParseResult ParseFault(const Json::Value& request) {
         return result;
     }
     Fault fault;
-    if (!request["path"].isString()) {
-        result.error = "\"path\" must be \"checkversion\", \"disclaimers\" or \"any\"";
+    const std::string path = request["path"].isString() ? request["path"].asString() : std::string();
+    const auto& table = KindsByPath();
+    const auto known =
+        std::find_if(table.begin(), table.end(), [&](const PathKinds& p) { return path == p.path; });
+    if (known == table.end()) {
+        result.error =
+            "\"path\" must be \"checkversion\", \"disclaimers\", \"any\", \"agreement\" or \"log\"";
         return result;
     }
-    fault.path = request["path"].asString();
-    if (fault.path != "checkversion" && fault.path != "disclaimers" && fault.path != "any") {
-        result.error = "\"path\" must be \"checkversion\", \"disclaimers\" or \"any\"";
-        return result;
-    }
+    fault.path = path;
     const auto kind =
         request["kind"].isString() ? KindNames().find(request["kind"].asString()) : KindNames().end();
-    if (kind == KindNames().end()) {
-        result.error =
-            "\"kind\" must be one of stat_error, not_json, http_status, delay, drop, big_chunk, empty";
+    if (kind == KindNames().end() ||
+        std::find(known->kinds.begin(), known->kinds.end(), kind->second) == known->kinds.end()) {
+        std::string names;
+        for (FaultKind k : known->kinds) names += (names.empty() ? "" : ", ") + KindName(k);
+        result.error = "\"kind\" of path \"" + path + "\" must be one of " + names;
         return result;
     }
     fault.kind = kind->second;
@@ -98,6 +131,13 @@ FaultParseResult ParseFault(const Json::Value& request) {
         }
         fault.code = request["code"].isString() ? request["code"].asString()
                                                 : std::to_string(request["code"].asLargestInt());
+    }
+    if (request.isMember("msg")) {
+        if (!request["msg"].isString()) {
+            result.error = "\"msg\" must be a string";
+            return result;
+        }
+        fault.msg = request["msg"].asString();
     }
     long long status = fault.status;
     long long delay = fault.delay_ms;
@@ -122,6 +162,7 @@ Json::Value FaultToJson(const Fault& fault) {
     json["path"] = fault.path;
     json["kind"] = KindName(fault.kind);
     if (!fault.code.empty()) json["code"] = fault.code;
+    if (!fault.msg.empty()) json["msg"] = fault.msg;
     json["status"] = fault.status;
     json["delay_ms"] = fault.delay_ms;
     json["bytes"] = Json::UInt64(fault.bytes);
@@ -147,7 +188,11 @@ size_t FaultTable::Clear() {
     return count;
 }
 
-std::optional<Fault> FaultTable::Take(const std::string& route) {
+std::optional<Fault> FaultTable::Take(const std::string& route) { return TakeWhere(route, false); }
+
+bool FaultTable::TakeUntrustedCert(const std::string& route) { return TakeWhere(route, true).has_value(); }
+
+std::optional<Fault> FaultTable::TakeWhere(const std::string& route, bool handshake) {
     std::lock_guard<std::mutex> lock(m_mutex);
     auto chosen = m_faults.end();
     for (auto it = m_faults.begin(); it != m_faults.end(); ++it) {
@@ -155,9 +200,10 @@ std::optional<Fault> FaultTable::Take(const std::string& route) {
             chosen = it;
             break;
         }
-        if (it->path == "any") chosen = it;
+        if (it->path == "any" && IsOpenApiRoute(route)) chosen = it;
     }
-    if (chosen == m_faults.end()) return std::nullopt;
+    if (chosen == m_faults.end() || (chosen->kind == FaultKind::kUntrustedCert) != handshake)
+        return std::nullopt;
     Fault taken = *chosen;
     if (chosen->remaining > 0 && --chosen->remaining == 0) m_faults.erase(chosen);
     return taken;
@@ -168,6 +214,31 @@ Json::Value FaultTable::ToJson() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     for (const auto& fault : m_faults) all.append(FaultToJson(fault));
     return all;
+}
+
+const char* HttpStatusText(int status) {
+    switch (status) {
+        case 400:
+            return "Bad Request";
+        case 401:
+            return "Unauthorized";
+        case 403:
+            return "Forbidden";
+        case 404:
+            return "Not Found";
+        case 429:
+            return "Too Many Requests";
+        case 500:
+            return "Internal Server Error";
+        case 502:
+            return "Bad Gateway";
+        case 503:
+            return "Service Unavailable";
+        case 504:
+            return "Gateway Timeout";
+        default:
+            return "HTTP error";
+    }
 }
 
 bool DropConnection(const httplib::Request& req) {

@@ -1,6 +1,6 @@
-// Faults injected into the OpenAPI answers: a table of at most one fault per route
-// ("checkversion", "disclaimers", "any"), set and cleared by the admin thread and taken by
-// listener threads; m_mutex guards m_faults.
+// Faults injected into the servers' answers: a table of at most one fault per route
+// ("checkversion", "disclaimers", "any" for both of those, "agreement", "log"), set and
+// cleared by the admin thread and taken by listener threads; m_mutex guards m_faults.
 #pragma once
 
 #include <httplib.h>
@@ -14,12 +14,25 @@
 namespace tarvo {
 namespace cloud {
 
-enum class FaultKind { kStatError, kNotJson, kHttpStatus, kDelay, kDrop, kBigChunk, kEmpty };
+enum class FaultKind {
+    kStatError,
+    kNotJson,
+    kHttpStatus,
+    kDelay,
+    kDrop,
+    kBigChunk,
+    kEmpty,
+    kNotXml,
+    kWrongRoot,
+    kOkWithErr,
+    kUntrustedCert
+};
 
 struct Fault {
-    std::string path;  // "checkversion", "disclaimers" or "any"
+    std::string path;  // "checkversion", "disclaimers", "any", "agreement" or "log"
     FaultKind kind = FaultKind::kStatError;
     std::string code;  // empty: 5000 for stat_error, the status for http_status
+    std::string msg;   // empty: a stock text of the kind
     int status = 500;
     int delay_ms = 1000;
     size_t bytes = 20000;
@@ -31,7 +44,8 @@ struct FaultParseResult {
     std::string error;  // why the request was refused, when `fault` is empty
 };
 
-// Reads the admin form {"path", "kind", "code", "status", "delay_ms", "bytes", "count"}.
+// Reads the admin form {"path", "kind", "code", "msg", "status", "delay_ms", "bytes", "count"};
+// a kind that the path's server cannot play is refused.
 FaultParseResult ParseFault(const Json::Value& request);
 Json::Value FaultToJson(const Fault& fault);
 
@@ -41,15 +55,23 @@ class FaultTable {
     void Set(const Fault& fault);
     // Removes every fault; returns how many there were.
     size_t Clear();
-    // The fault that applies to one request of `route` ("checkversion" or "disclaimers"),
-    // counting it as used; a fault of the route itself wins over one of "any".
+    // The fault that applies to one request of `route`, counting it as used; for the two
+    // OpenAPI routes a fault of the route itself wins over one of "any". An untrusted_cert
+    // fault is never taken here: it belongs to the handshake.
     std::optional<Fault> Take(const std::string& route);
+    // Takes the untrusted_cert fault of `route` for one TLS handshake; false when there is none.
+    bool TakeUntrustedCert(const std::string& route);
     Json::Value ToJson() const;
 
   private:
+    std::optional<Fault> TakeWhere(const std::string& route, bool handshake);
+
     mutable std::mutex m_mutex;  // guards m_faults
     std::vector<Fault> m_faults;
 };
+
+// The reason phrase of an HTTP error status, for the bodies of injected statuses.
+const char* HttpStatusText(int status);
 
 // Shuts the connection that carries `req` down, so that its client gets no answer at all.
 // False with a logged reason when the connection cannot be found.

@@ -23,31 +23,6 @@ constexpr const char* kNotJson =
 constexpr const char* kCheckVersionRoute = R"(/+apps/conf/v1/stacks/tarvoapp/checkversion)";
 constexpr const char* kDisclaimersRoute = R"(/+apps/terms/v4/disclaimers/([^/]*))";
 
-const char* StatusText(int status) {
-    switch (status) {
-        case 400:
-            return "Bad Request";
-        case 401:
-            return "Unauthorized";
-        case 403:
-            return "Forbidden";
-        case 404:
-            return "Not Found";
-        case 429:
-            return "Too Many Requests";
-        case 500:
-            return "Internal Server Error";
-        case 502:
-            return "Bad Gateway";
-        case 503:
-            return "Service Unavailable";
-        case 504:
-            return "Gateway Timeout";
-        default:
-            return "HTTP error";
-    }
-}
-
 void SendBigChunk(httplib::Response& res, std::string body, size_t bytes) {
     if (body.size() < bytes) body.append(bytes - body.size(), ' ');
     auto shared = std::make_shared<const std::string>(std::move(body));
@@ -94,7 +69,7 @@ void Answer(CloudContext& context, const char* route, const httplib::Request& re
             res.set_content(
                 CompactJson(ErrorAnswer(
                     fault->code.empty() ? std::to_string(fault->status) : fault->code,
-                    StatusText(fault->status),
+                    HttpStatusText(fault->status),
                     "The terms service answered with HTTP status " + std::to_string(fault->status))),
                 kJson);
             return;
@@ -103,6 +78,13 @@ void Answer(CloudContext& context, const char* route, const httplib::Request& re
             return;
         case FaultKind::kBigChunk:
             SendBigChunk(res, CompactJson(build()), fault->bytes);
+            return;
+        case FaultKind::kNotXml:
+        case FaultKind::kWrongRoot:
+        case FaultKind::kOkWithErr:
+        case FaultKind::kUntrustedCert:
+            // The admin refuses these for the OpenAPI paths.
+            res.set_content(CompactJson(build()), kJson);
             return;
     }
 }

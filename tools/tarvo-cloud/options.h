@@ -12,7 +12,11 @@ struct Options {
     std::string data_dir;  // holds openapi/*.json
     int openapi_port = 0;  // 0 picks a free port
     int admin_port = 0;
-    std::string state_file;  // empty: none written
+    int production_port = 0;  // the agreement and log servers of each deployment, over TLS
+    int staging_port = 0;
+    std::string tls_dir;        // empty: a fresh temporary folder, removed at the end
+    std::string state_file;     // empty: none written
+    std::string write_profile;  // a device profile to point at the servers; empty: none
     bool help = false;
 };
 

@@ -27,6 +27,8 @@ bool IsServerAddedHeader(const std::string& name) {
 
 }  // namespace
 
+std::string NowIso8601Utc() { return Iso8601Utc(std::chrono::system_clock::now()); }
+
 RequestRecord::RequestRecord(size_t capacity) : m_capacity(capacity == 0 ? 1 : capacity) {}
 
 void RequestRecord::Add(const std::string& server, const httplib::Request& req) {

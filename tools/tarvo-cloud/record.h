@@ -14,6 +14,9 @@
 namespace tarvo {
 namespace cloud {
 
+// Now in UTC with milliseconds, "2024-05-01T12:00:00.123Z".
+std::string NowIso8601Utc();
+
 class RequestRecord {
   public:
     // Past `capacity` entries the oldest is dropped, so a long run cannot grow without bound.

@@ -1,5 +1,8 @@
 // Friendly verbs that read from the service: status, list, show, revised and countries.
-#include "service_session.h"
+#include "disclaimer_view.h"
+#include "outcome_words.h"
+#include "power_marker.h"
+#include "service_log.h"
 #include "verbs.h"
 
 #include <iostream>
@@ -8,57 +11,10 @@ namespace tarvoctl {
 
 namespace {
 
-// Requesters of the ordered lists, with the names people know them by.
-const struct {
-    int value;
-    const char* name;
-} kRequesters[] = {{0, "menu"}, {1, "app"}, {2, "pnp"}, {3, "none"}, {4, "all"}};
-
 // Shown when --requester is not given: every available disclaimer, in display order.
 constexpr int kDefaultRequester = 4;
 // A little longer than the service's own 90-second limit for a server request.
 constexpr double kDefaultCountriesTimeout = 100.0;
-
-std::vector<std::string> DisclaimerRow(const Json::Value& d) {
-    return {std::to_string(d["order"].asInt()),
-            d["id"].asString(),
-            d["version"].asString(),
-            YesNo(d["is_agreed"].asBool()),
-            YesNo(d["only_notice"].asBool()),
-            d["title"].asString()};
-}
-
-const std::vector<std::string> kDisclaimerHeader = {"ORDER", "ID", "VERSION", "AGREED", "NOTICE", "TITLE"};
-
-void PrintDisclaimer(const Json::Value& d) {
-    auto field = [](const char* label, const std::string& value) {
-        std::cout << label << std::string(18 - std::string(label).size(), ' ') << value << "\n";
-    };
-    field("id", d["id"].asString());
-    field("order", std::to_string(d["order"].asInt()));
-    field("version", d["version"].asString());
-    field("title", d["title"].asString());
-    field("agreed", YesNo(d["is_agreed"].asBool()));
-    field("only notice", YesNo(d["only_notice"].asBool()));
-    field("pp used", YesNo(d["ppused"].asBool()));
-    field("reverse", YesNo(d["reverse"].asBool()));
-    field("agree dependency", d["agree_dependency"].asString());
-    for (int i = 1; i <= 10; ++i) {
-        const std::string key = "button" + std::to_string(i);
-        if (!d[key].asString().empty()) field(key.c_str(), d[key].asString());
-    }
-    for (const char* block : {"intro", "details"}) {
-        std::cout << block << ":\n";
-        const std::string text = d[block].asString();
-        size_t start = 0;
-        while (start < text.size()) {
-            const size_t end = std::min(text.find('\n', start), text.size());
-            std::cout << "  " << text.substr(start, end - start) << "\n";
-            start = end + 1;
-        }
-    }
-    std::cout << std::flush;
-}
 
 }  // namespace
 
@@ -69,24 +25,42 @@ int RunStatus(Context& context, const std::vector<std::string>& args) {
     const auto available = session.AskMethod("is service available");
     if (!available) return session.ExitCode();
 
+    Json::Value document(Json::objectValue);
+    document["service_available"] = (*available)["result"].asBool();
     std::string numbers;
-    for (const auto& requester : kRequesters) {
+    for (const auto& requester : Requesters()) {
         Json::Value request(Json::objectValue);
         request["method"] = "get disclaimer number";
         request["requester"] = requester.value;
         const auto reply = session.Ask(request);
         if (!reply) return session.ExitCode();
-        numbers += std::string(numbers.empty() ? "" : ", ") + requester.name + " " +
-                   std::to_string((*reply)["number"].asUInt());
+        const Json::UInt number = (*reply)["number"].asUInt();
+        document["disclaimers"][requester.name] = number;
+        numbers += std::string(numbers.empty() ? "" : ", ") + requester.name + " " + std::to_string(number);
     }
     const auto revised = session.AskMethod("get revised disclaimers");
     if (!revised) return session.ExitCode();
+    document["revised"] = Json::Value(Json::arrayValue);
+    for (const auto& d : (*revised)["disclaimers"]) document["revised"].append(d["id"]);
 
-    if (!session.JsonOutput()) {
-        std::cout << "service available   " << YesNo((*available)["result"].asBool()) << "\n"
-                  << "disclaimers         " << numbers << "\n"
-                  << "revised             " << (*revised)["disclaimers"].size() << std::endl;
+    const auto closed = StoreClosedMark(context);
+    document["store_open"] = !closed.has_value();
+    std::string store = "open";
+    if (closed) {
+        document["store_closed_by"] = *closed;
+        document["store_closed_by"].removeMember("socket_identity");
+        store = "closed by 'power off " + std::to_string((*closed)["state"].asInt()) + "' at " +
+                (*closed)["at"].asString() +
+                ": the lists are empty and answers given now are not kept; restart the host to open it";
     }
+    if (session.JsonOutput()) {
+        PrintDocument(document);
+        return session.ExitCode();
+    }
+    std::cout << "service available   " << YesNo(document["service_available"].asBool()) << "\n"
+              << "store               " << store << "\n"
+              << "disclaimers         " << numbers << "\n"
+              << "revised             " << document["revised"].size() << std::endl;
     return session.ExitCode();
 }
 
@@ -102,27 +76,22 @@ int RunList(Context& context, const std::vector<std::string>& args) {
     }
     ServiceSession session(context);
     if (!session.Open()) return session.ExitCode();
-    Json::Value request(Json::objectValue);
-    request["method"] = "get disclaimer number";
-    request["requester"] = requester;
-    const auto number = session.Ask(request);
-    if (!number) return session.ExitCode();
-
-    std::vector<std::vector<std::string>> rows;
-    request["method"] = "get disclaimer by order";
-    for (Json::UInt i = 0; i < (*number)["number"].asUInt(); ++i) {
-        request["request_index"] = i;
-        const auto reply = session.Ask(request);
-        if (!reply) return session.ExitCode();
-        // A record withdrawn since the count was taken answers false: left out, and the exit code says so.
-        if ((*reply)["result"].asBool()) rows.push_back(DisclaimerRow(*reply));
+    const auto placement = Locate(session);
+    if (!placement) return session.ExitCode();
+    std::vector<Json::Value> disclaimers;
+    if (const auto it = placement->lists.find(requester); it != placement->lists.end()) {
+        disclaimers = it->second;
+    } else if (auto collected = CollectDisclaimers(session, requester)) {
+        disclaimers = std::move(*collected);
+    } else {
+        return session.ExitCode();
     }
-    if (!session.JsonOutput()) {
-        if (rows.empty()) {
-            std::cout << "no disclaimers for requester " << requester << std::endl;
-        } else {
-            PrintTable(kDisclaimerHeader, rows);
-        }
+    if (session.JsonOutput()) {
+        for (const auto& d : disclaimers) PrintDocument(DisclaimerDocument(d, *placement));
+    } else if (disclaimers.empty()) {
+        std::cout << "no disclaimers for requester " << requester << ClosedStoreNote(context) << std::endl;
+    } else {
+        PrintDisclaimerTable(disclaimers, *placement);
     }
     return session.ExitCode();
 }
@@ -131,18 +100,35 @@ int RunShow(Context& context, const std::vector<std::string>& args) {
     const auto split = SplitArguments(args, {});
     if (!split) return kExitUsage;
     if (split->positional.size() != 1) return UsageError("show takes one disclaimer ID");
+    const std::string& id = split->positional[0];
     ServiceSession session(context);
     if (!session.Open()) return session.ExitCode();
     Json::Value request(Json::objectValue);
     request["method"] = "get disclaimer by term id";
-    request["request_item"] = split->positional[0];
+    request["request_item"] = id;
     const auto reply = session.Ask(request);
     if (!reply) return session.ExitCode();
-    if (!(*reply)["result"].asBool()) {
-        return session.Refuse("no available disclaimer \"" + split->positional[0] + "\"");
+    const auto placement = Locate(session);
+    if (!placement) return session.ExitCode();
+    Json::Value disclaimer = *reply;
+    // The common items are not available for the lookup by id, yet requester 2 lists them.
+    if (!disclaimer["result"].asBool()) {
+        const auto found = placement->records.find(id);
+        if (found == placement->records.end()) {
+            return session.Refuse(
+                "no disclaimer \"" + id +
+                "\": no requester lists it (tarvoctl list --requester 2 shows every listed id)" +
+                ClosedStoreNote(context));
+        }
+        disclaimer = found->second;
     }
-    if (!session.JsonOutput()) PrintDisclaimer(*reply);
-    return session.ExitCode();
+    // Found after all: a false "result" of the lookup is no failure of this verb.
+    if (session.JsonOutput()) {
+        PrintDocument(DisclaimerDocument(disclaimer, *placement));
+    } else {
+        PrintDisclaimerPage(disclaimer, *placement);
+    }
+    return kExitDone;
 }
 
 int RunRevised(Context& context, const std::vector<std::string>& args) {
@@ -151,15 +137,17 @@ int RunRevised(Context& context, const std::vector<std::string>& args) {
     if (!session.Open()) return session.ExitCode();
     const auto reply = session.AskMethod("get revised disclaimers");
     if (!reply) return session.ExitCode();
-    if (session.JsonOutput()) return session.ExitCode();
-    const Json::Value& disclaimers = (*reply)["disclaimers"];
-    if (disclaimers.empty()) {
+    const auto placement = Locate(session);
+    if (!placement) return session.ExitCode();
+    std::vector<Json::Value> disclaimers;
+    for (const auto& d : (*reply)["disclaimers"]) disclaimers.push_back(d);
+    if (session.JsonOutput()) {
+        for (const auto& d : disclaimers) PrintDocument(DisclaimerDocument(d, *placement));
+    } else if (disclaimers.empty()) {
         std::cout << "no revised disclaimers" << std::endl;
-        return session.ExitCode();
+    } else {
+        PrintDisclaimerTable(disclaimers, *placement);
     }
-    std::vector<std::vector<std::string>> rows;
-    for (const auto& d : disclaimers) rows.push_back(DisclaimerRow(d));
-    PrintTable(kDisclaimerHeader, rows);
     return session.ExitCode();
 }
 
@@ -182,28 +170,37 @@ int RunCountries(Context& context, const std::vector<std::string>& args) {
     ServiceSession session(context);
     if (!session.Open()) return session.ExitCode();
     if (refresh) {
+        LogCursor log(context.Root() + "/var/log/tarvo.log");
         if (!session.Subscribe()) return session.ExitCode();
         if (!session.AskMethod("request country code list")) return session.ExitCode();
-        const auto done = session.WaitForNotification("new_country_list_got", "the country list", *timeout);
+        const auto done = session.WaitForNotification("new_country_list_got", *timeout,
+                                                      [] { return std::string("the country list"); });
         if (!done) return session.ExitCode();
         if ((*done)["result"] != "success") {
-            return session.Refuse("the country list could not be fetched (error_code " +
-                                  CompactJson((*done)["error_code"]) + ", error_reason " +
-                                  CompactJson((*done)["error_reason"]) + ")");
+            const std::string words = DescribeCountryListFailure(*done, log.ReadService());
+            if (session.JsonOutput()) {
+                Json::Value out(Json::objectValue);
+                out["error"] = words;
+                out["notification"] = *done;
+                PrintDocument(out);
+            }
+            return session.Refuse(words);
         }
     }
     const auto reply = session.AskMethod("get country code list");
     if (!reply) return session.ExitCode();
-    if (session.JsonOutput()) return session.ExitCode();
     if (reply->isNull()) {
-        std::cout << "no country list yet" << (refresh ? "" : " (fetch one with --refresh)") << std::endl;
+        if (!session.JsonOutput()) {
+            std::cout << "no country list yet" << (refresh ? "" : " (fetch one with --refresh)") << std::endl;
+        }
         return session.ExitCode();
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& country : (*reply)["countries"]) {
+        if (session.JsonOutput()) PrintDocument(country);
         rows.push_back({country["country_code"].asString(), country["country_name"].asString()});
     }
-    PrintTable({"CODE", "NAME"}, rows);
+    if (!session.JsonOutput()) PrintTable({"CODE", "NAME"}, rows);
     return session.ExitCode();
 }
 

@@ -115,11 +115,28 @@ int SetValue(const std::string& key, const std::string& text, const std::string&
     } else {
         return UsageError("--type is int, string, bool or double");
     }
-    return result == 0 ? kExitDone : Fail("cannot set " + key);
+    return result == 0 ? kExitDone : Fail("cannot set " + key + " (see tarvoctl log --level error)");
+}
+
+// A usage error for a key the store cannot hold; 0 for a good key.
+int CheckKey(const std::string& key) {
+    const bool known_prefix =
+        key.rfind("db/", 0) == 0 || key.rfind("file/", 0) == 0 || key.rfind("memory/", 0) == 0;
+    if (!known_prefix) {
+        return UsageError("\"" + key +
+                          "\" is no vconf key: a key starts with db/ or file/ (kept across restarts) "
+                          "or memory/ (gone at reboot), e.g. db/" +
+                          key);
+    }
+    if (key.find("//") != std::string::npos || key.find("/.") != std::string::npos || key.back() == '/') {
+        return UsageError("\"" + key + "\" is no vconf key: no part of it may be empty or start with '.'");
+    }
+    return 0;
 }
 
 int NetworkDone(const Context& context, bool done, const std::string& what) {
-    if (!done) return Fail("cannot " + what + " (see " + context.Root() + "/var/log/tarvo.log)");
+    if (!done)
+        return Fail("cannot " + what + " (see tarvoctl --root " + context.Root() + " log --level error)");
     if (context.json) {
         Json::Value out(Json::objectValue);
         out["ok"] = true;
@@ -137,6 +154,7 @@ int RunVconfGet(Context& context, const std::vector<std::string>& args) {
     const auto split = SplitArguments(args, {});
     if (!split) return kExitUsage;
     if (split->positional.size() != 1) return UsageError("vconf get takes one KEY");
+    if (const int bad = CheckKey(split->positional[0])) return bad;
     context.UsePlatformRoot();
     const Json::Value key = ReadKey(split->positional[0]);
     if (!key.isMember("value")) return Fail(split->positional[0] + " is not set");
@@ -150,6 +168,7 @@ int RunVconfSet(Context& context, const std::vector<std::string>& args) {
     if (split->positional.size() != 2) return UsageError("vconf set takes KEY and VALUE");
     const std::string& key = split->positional[0];
     const std::string& text = split->positional[1];
+    if (const int bad = CheckKey(key)) return bad;
     std::string type = ParseInt(text) ? "int" : "string";
     if (auto it = split->options.find("--type"); it != split->options.end()) type = it->second;
     context.UsePlatformRoot();
@@ -163,6 +182,9 @@ int RunVconfWatch(Context& context, const std::vector<std::string>& args) {
     const auto split = SplitArguments(args, {"--count", "--timeout"});
     if (!split) return kExitUsage;
     if (split->positional.empty()) return UsageError("vconf watch takes at least one KEY");
+    for (const auto& key : split->positional) {
+        if (const int bad = CheckKey(key)) return bad;
+    }
     const auto wait = ReadWaitOptions(*split);
     if (!wait) return kExitUsage;
     context.UsePlatformRoot();

@@ -1,8 +1,7 @@
 #include "service_session.h"
 
+#include "terminal.h"
 #include "verbs.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <iostream>
@@ -31,21 +30,32 @@ std::optional<Json::Value> ServiceSession::Ask(const Json::Value& request) {
         if (m_context.json) {
             Json::Value out(Json::objectValue);
             out["error"] = (*answer)["error"];
-            std::cout << CompactJson(out) << std::endl;
+            PrintDocument(out);
         }
         m_exit = Fail("the service failed: " + (*answer)["error"].asString());
         return std::nullopt;
     }
-    const Json::Value reply = (*answer)["reply"];
-    if (m_context.json) std::cout << CompactJson(reply) << std::endl;
     if (IsRefusal(*answer) && m_exit == kExitDone) m_exit = kExitRefused;
-    return reply;
+    return (*answer)["reply"];
 }
 
 std::optional<Json::Value> ServiceSession::AskMethod(const std::string& method) {
     Json::Value request(Json::objectValue);
     request["method"] = method;
     return Ask(request);
+}
+
+bool ServiceSession::Control(const std::string& name, int state) {
+    const auto answer = m_client->Control(name, state);
+    if (!answer) {
+        m_exit = LostService(m_context);
+        return false;
+    }
+    if (answer->isMember("error")) {
+        m_exit = Fail("the host refused " + name + ": " + (*answer)["error"].asString());
+        return false;
+    }
+    return true;
 }
 
 std::vector<Json::Value> ServiceSession::TakeNotifications(const std::string& name) {
@@ -58,7 +68,6 @@ std::vector<Json::Value> ServiceSession::TakeNotifications(const std::string& na
     for (auto& frame : m_notifications) {
         const Json::Value& body = frame["notification"];
         if (body.isObject() && body["name"] == name) {
-            if (m_context.json) std::cout << CompactJson(frame) << std::endl;
             taken.push_back(body);
         } else {
             *kept++ = frame;
@@ -69,40 +78,35 @@ std::vector<Json::Value> ServiceSession::TakeNotifications(const std::string& na
 }
 
 std::optional<Json::Value> ServiceSession::WaitForNotification(const std::string& name,
-                                                               const std::string& what,
-                                                               std::chrono::milliseconds timeout) {
+                                                               std::chrono::milliseconds timeout,
+                                                               const std::function<std::string()>& awaited) {
     CatchInterrupts();
-    const bool terminal = isatty(STDERR_FILENO) != 0;
-    const auto start = std::chrono::steady_clock::now();
-    const auto deadline = start + timeout;
-    std::cerr << "waiting for " << what << " (up to " << timeout.count() / 1000 << " s)"
-              << (terminal ? "" : "\n") << std::flush;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    Progress progress(timeout);
+    std::string what;
     while (!Interrupted()) {
         auto taken = TakeNotifications(name);
-        if (!taken.empty()) {
-            if (terminal) std::cerr << "\n";
-            return taken.front();
-        }
+        if (!taken.empty()) return taken.front();
+        what = awaited();
         const auto now = std::chrono::steady_clock::now();
         if (now >= deadline) break;
-        if (terminal) {
-            const auto waited = std::chrono::duration_cast<std::chrono::seconds>(now - start).count();
-            std::cerr << "\rwaiting for " << what << ": " << waited << " s" << std::flush;
-        }
+        progress.Show(what);
         const auto slice = std::min<std::chrono::milliseconds>(
-            std::chrono::milliseconds(1000),
+            std::chrono::milliseconds(250),
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now));
         auto frame = m_client->ReadFrame(slice);
         if (frame) {
             if (frame->isMember("notification")) m_notifications.push_back(*frame);
         } else if (m_client->Closed()) {
-            if (terminal) std::cerr << "\n";
+            progress.Clear();
             m_exit = LostService(m_context);
             return std::nullopt;
         }
     }
-    if (terminal) std::cerr << "\n";
-    m_exit = Fail(Interrupted() ? "interrupted while waiting for " + what : "timed out waiting for " + what);
+    progress.Clear();
+    const auto seconds = std::to_string((timeout.count() + 999) / 1000);
+    m_exit = Fail(Interrupted() ? "interrupted while waiting for " + what
+                                : "timed out after " + seconds + " s waiting for " + what);
     return std::nullopt;
 }
 
@@ -111,31 +115,11 @@ int ServiceSession::Refuse(const std::string& message) {
     return m_exit;
 }
 
-std::vector<std::string> DescribeAgreements(const std::string& text) {
-    std::vector<std::string> entries;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(';', start);
-        if (end == std::string::npos) end = text.size();
-        const std::string entry = text.substr(start, end - start);
-        const size_t colon = entry.rfind(':');
-        if (colon == std::string::npos) {
-            entries.push_back(entry);
-        } else {
-            entries.push_back(
-                entry.substr(0, colon) +
-                (entry.compare(colon + 1, std::string::npos, "true") == 0 ? " agreed" : " disagreed"));
-        }
-        start = end + 1;
-    }
-    return entries;
-}
-
 void PrintTable(const std::vector<std::string>& header, const std::vector<std::vector<std::string>>& rows) {
     std::vector<size_t> widths(header.size(), 0);
     auto measure = [&widths](const std::vector<std::string>& row) {
         for (size_t i = 0; i < row.size() && i < widths.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
+            widths[i] = std::max(widths[i], DisplayWidth(row[i]));
     };
     measure(header);
     for (const auto& row : rows) measure(row);
@@ -143,7 +127,7 @@ void PrintTable(const std::vector<std::string>& header, const std::vector<std::v
         std::string line;
         for (size_t i = 0; i < row.size(); ++i) {
             line += row[i];
-            if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
+            if (i + 1 < row.size()) line += std::string(widths[i] - DisplayWidth(row[i]) + 2, ' ');
         }
         std::cout << line << "\n";
     };
@@ -153,5 +137,7 @@ void PrintTable(const std::vector<std::string>& header, const std::vector<std::v
 }
 
 const char* YesNo(bool value) { return value ? "yes" : "no"; }
+
+void PrintDocument(const Json::Value& document) { std::cout << CompactJson(document) << std::endl; }
 
 }  // namespace tarvoctl

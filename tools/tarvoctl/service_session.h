@@ -1,6 +1,7 @@
-// One connection to the service for the friendly verbs: calls whose replies are printed as
-// they came under --json, waits for a named notification, and the exit code the answers add
-// up to. Used from the main thread only.
+// One connection to the service for the friendly verbs: calls, a wait for a named
+// notification with a progress line, and the exit code the answers add up to. The verbs print
+// their own results; under --json a host error is printed here as {"error": ...}. Used from the
+// main thread only.
 #pragma once
 
 #include "context.h"
@@ -8,6 +9,7 @@
 #include <json/json.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,16 +31,20 @@ class ServiceSession {
     std::optional<Json::Value> Ask(const Json::Value& request);
     // A call made of a method and nothing else.
     std::optional<Json::Value> AskMethod(const std::string& method);
-    // Notification bodies named `name` that have arrived so far, in order; printed under --json.
+    // Runs a power control ("wakeup", "power-off") with `state`; false after printing why.
+    bool Control(const std::string& name, int state);
+    // Notification bodies named `name` that have arrived so far, in order.
     std::vector<Json::Value> TakeNotifications(const std::string& name);
-    // Waits up to `timeout` for the notification `name`, telling `what` it waits for on stderr.
-    std::optional<Json::Value> WaitForNotification(const std::string& name, const std::string& what,
-                                                   std::chrono::milliseconds timeout);
+    // Waits up to `timeout` for the notification `name`. While it waits, `awaited` is asked
+    // about four times a second what is awaited now, for the progress line.
+    std::optional<Json::Value> WaitForNotification(const std::string& name, std::chrono::milliseconds timeout,
+                                                   const std::function<std::string()>& awaited);
 
     int ExitCode() const { return m_exit; }
     // Records a failure that the verb itself found.
     int Refuse(const std::string& message);
     bool JsonOutput() const { return m_context.json; }
+    Context& GetContext() { return m_context; }
 
   private:
     Context& m_context;
@@ -47,10 +53,10 @@ class ServiceSession {
     std::vector<Json::Value> m_notifications;
 };
 
-// The "id:true;" entries of an agreement text as "id agreed" / "id disagreed".
-std::vector<std::string> DescribeAgreements(const std::string& text);
 // Prints rows under a header, each column as wide as its widest cell; the last column is free.
 void PrintTable(const std::vector<std::string>& header, const std::vector<std::vector<std::string>>& rows);
 const char* YesNo(bool value);
+// Prints one JSON document on a line of its own.
+void PrintDocument(const Json::Value& document);
 
 }  // namespace tarvoctl

@@ -1,7 +1,9 @@
 // Verbs that reach the service through the host's socket.
+#include "power_marker.h"
 #include "verbs.h"
 #include "wait_options.h"
 
+#include <algorithm>
 #include <iostream>
 
 namespace tarvoctl {
@@ -10,6 +12,14 @@ namespace {
 
 // A power-off state with this bit leaves the service's store open.
 constexpr int kKeepStoreOpen = 0x40000000;
+
+// The methods whose reply is empty by design: their outcome comes as a notification, or (the
+// country list) an empty reply says that there is no list.
+bool AnswersWithNothing(const std::string& method) {
+    static const char* const kMethods[] = {"request country code list", "set agreements", "set all agreement",
+                                           "get country code list"};
+    return std::any_of(std::begin(kMethods), std::end(kMethods), [&](const char* m) { return method == m; });
+}
 
 // Prints an answer that reports failure; returns kExitRefused.
 int ReportRefusal(const Context& context, const Json::Value& answer) {
@@ -43,18 +53,22 @@ int RunPower(Context& context, const std::vector<std::string>& args, const std::
     const auto answer = client->Control(control, state);
     if (!answer) return LostService(context);
     if (answer->isMember("error")) return ReportRefusal(context, *answer);
+    const bool closes_store = control == "power-off" && (state & kKeepStoreOpen) == 0;
+    if (closes_store) MarkStoreClosed(context, state);
     if (context.json) {
         Json::Value out(Json::objectValue);
         out["ok"] = true;
         out["control"] = control;
         out["state"] = state;
+        if (control == "power-off") out["store_closed"] = closes_store;
         std::cout << CompactJson(out) << std::endl;
     } else {
         std::cout << control << " " << state << " done" << std::endl;
-        if (control == "power-off" && (state & kKeepStoreOpen) == 0) {
-            std::cout << "the service closed its store as on a real power-off; restart the host to open it "
-                         "again"
-                      << std::endl;
+        if (closes_store) {
+            std::cout
+                << "the service closed its store as on a real power-off: until the host restarts, the lists "
+                   "are empty and answers given are not kept ('power off 1073741824' keeps it open)"
+                << std::endl;
         }
     }
     return kExitDone;
@@ -90,6 +104,24 @@ int RunCall(Context& context, const std::vector<std::string>& args) {
     if (!answer) return LostService(context);
     if (IsRefusal(*answer)) return ReportRefusal(context, *answer);
     const Json::Value& reply = (*answer)["reply"];
+    if (reply.isNull()) {
+        const std::string method = (*request)["method"].asString();
+        const bool by_design = AnswersWithNothing(method);
+        const std::string words = by_design
+                                      ? "no reply: \"" + method + "\" answers with nothing" +
+                                            (method == "get country code list"
+                                                 ? " while the service holds no country list"
+                                                 : "; its outcome comes as a notification (tarvoctl listen)")
+                                      : "no reply (unknown method or a method without a reply): \"" + method +
+                                            "\" is none of the service's methods (see docs/API.md)";
+        if (context.json) {
+            Json::Value out(Json::objectValue);
+            out["reply"] = Json::Value();
+            out[by_design ? "note" : "error"] = words;
+            std::cout << CompactJson(out) << std::endl;
+        }
+        return Fail(words, by_design ? kExitDone : kExitRefused);
+    }
     std::cout << (context.json ? CompactJson(reply) : PrettyJson(reply)) << std::endl;
     return kExitDone;
 }

@@ -1,9 +1,14 @@
-// The update verb: asks the service to bring its disclaimers up to date, waits for the outcome
+// The update verb: asks the service to bring its disclaimers up to date (after a wake-up, when
+// asked to), waits for the outcome, tells from the service's log where the answer came from,
 // and lists what the store then holds.
-#include "service_session.h"
+#include "disclaimer_view.h"
+#include "outcome_words.h"
+#include "service_log.h"
+#include "terminal.h"
 #include "verbs.h"
 
 #include <iostream>
+#include <thread>
 
 namespace tarvoctl {
 
@@ -11,35 +16,179 @@ namespace {
 
 // The service may wait 90 seconds for the device values and as long again for one server request.
 constexpr double kDefaultUpdateTimeout = 200.0;
+// How long a wake-up may take to reach the service's worker before it counts as having started nothing.
+constexpr std::chrono::seconds kWakeupStart{5};
+
+const char* const kHowNewVersionsCome =
+    "A newly published version reaches the stored set at a wake-up (tarvoctl update --wakeup), at the "
+    "service's start, or when the language or the country changes.";
+
+// What is awaited now, for the progress line.
+std::string Awaited(const RunReport& report) {
+    if (report.waited_for_values) {
+        const auto missing = MissingDeviceValues(true);
+        if (!missing.empty()) return "device values missing: " + NameValues(missing);
+        return "the service to notice the device values";
+    }
+    if (!report.steps.empty()) return "the server (" + report.steps.back() + ")";
+    return "the disclaimers";
+}
+
+// Sends the wake-up control and waits until the run it starts has ended, so that the request
+// after it sees what the run stored. False when the wait ended the verb.
+bool WakeUp(ServiceSession& session, LogCursor& log, std::chrono::steady_clock::time_point deadline,
+            RunReport& wake) {
+    if (!session.Control("wakeup", 0)) return false;
+    Progress progress(
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
+    const auto sent = std::chrono::steady_clock::now();
+    bool network_down = false, started = false;
+    CatchInterrupts();
+    while (!Interrupted() && std::chrono::steady_clock::now() < deadline) {
+        const auto entries = log.ReadService();
+        network_down = network_down || Contains(entries, "network connect fail!");
+        started = started || Contains(entries, "MESSAGE_KELVANE_INFO_SERVICE_START_FACTORY requester type 2");
+        ReadRun(entries, wake);
+        if (network_down || (started && (wake.run_ended || wake.waited_for_values))) break;
+        if (!started && std::chrono::steady_clock::now() - sent > kWakeupStart) break;
+        progress.Show("the wake-up's run (" + Awaited(wake) + ")");
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    progress.Clear();
+    if (Interrupted()) {
+        session.Refuse("interrupted while waiting for the wake-up's run");
+        return false;
+    }
+    if (network_down) {
+        wake.steps.push_back(
+            "the network is down, so the wake-up fetched nothing (it fetches when the network "
+            "comes up)");
+    } else if (!started) {
+        wake.steps.push_back("the wake-up started no run (see tarvoctl log)");
+    } else if (wake.waited_for_values) {
+        wake.steps.push_back("the wake-up's run waits for device values: " +
+                             NameValues(MissingDeviceValues(true)));
+    }
+    return true;
+}
+
+void PrintSteps(const char* title, const std::vector<std::string>& steps) {
+    if (steps.empty()) return;
+    std::cout << title << "\n";
+    const size_t width = OutputWidth() > 14 ? OutputWidth() - 4 : 10;
+    for (const auto& step : steps) {
+        const auto lines = Wrap(step, width);
+        for (size_t i = 0; i < lines.size(); ++i) std::cout << (i == 0 ? "  - " : "    ") << lines[i] << "\n";
+    }
+}
+
+// Where the answer came from, in words.
+std::string Source(const RunReport& report) {
+    if (report.from_store) {
+        return "answered from the stored set (country " + (report.country.empty() ? "?" : report.country) +
+               ", language " + (report.locale.empty() ? "?" : report.locale) +
+               "): while country and language stay as they are, the service asks the server nothing.";
+    }
+    if (report.fetched) {
+        std::string why = report.why_fetched;
+        if (why.empty()) {
+            why = report.country.empty() ? "no country is set"
+                                         : "the store held no disclaimers of this country";
+        }
+        return "fetched now, because " + why + ".";
+    }
+    return "the service's log does not tell where the answer came from.";
+}
 
 }  // namespace
 
 int RunUpdate(Context& context, const std::vector<std::string>& args) {
-    const auto split = SplitArguments(args, {"--from", "--timeout"});
+    std::vector<std::string> rest;
+    bool wakeup = false;
+    for (const auto& word : args) {
+        if (word == "--wakeup") {
+            wakeup = true;
+        } else {
+            rest.push_back(word);
+        }
+    }
+    const auto split = SplitArguments(rest, {"--from", "--timeout"});
     if (!split) return kExitUsage;
-    if (!split->positional.empty()) return UsageError("update takes --from PAGE and --timeout S only");
+    if (!split->positional.empty())
+        return UsageError("update takes --wakeup, --from PAGE and --timeout S only");
     const auto from = split->options.find("--from");
     const auto timeout = ReadTimeout(*split, kDefaultUpdateTimeout);
     if (!timeout) return kExitUsage;
+    context.UsePlatformRoot();
+    const auto deadline = std::chrono::steady_clock::now() + *timeout;
 
-    {
-        ServiceSession session(context);
-        if (!session.Open()) return session.ExitCode();
-        if (!session.Subscribe()) return session.ExitCode();
-        Json::Value request(Json::objectValue);
-        request["method"] = "request update disclaimers";
-        request["request_from"] = from != split->options.end() ? from->second : std::string("tarvoctl");
-        if (!session.Ask(request)) return session.ExitCode();
-        const auto done = session.WaitForNotification("new_disclaimer_got", "the disclaimers", *timeout);
-        if (!done) return session.ExitCode();
-        if ((*done)["result"] != "success") {
-            return session.Refuse("the disclaimers could not be updated (error_code " +
-                                  CompactJson((*done)["error_code"]) + ", error_reason " +
-                                  CompactJson((*done)["error_reason"]) + ")");
-        }
-        if (session.ExitCode() != kExitDone) return session.ExitCode();
+    ServiceSession session(context);
+    if (!session.Open()) return session.ExitCode();
+    if (!session.Subscribe()) return session.ExitCode();
+    LogCursor log(context.Root() + "/var/log/tarvo.log");
+    for (const auto& value : MissingDeviceValues()) {
+        Fail(std::string("warning: ") + value.key + " (" + value.what + ") is not set" +
+                 (value.blocks_fetch ? ": the service waits up to 90 s for it before it asks the server"
+                                     : ": the agreement upload needs it") +
+                 "; set it with: " + value.how,
+             kExitDone);
     }
-    return RunList(context, {});
+    RunReport wake;
+    if (wakeup && !WakeUp(session, log, deadline, wake)) return session.ExitCode();
+
+    Json::Value request(Json::objectValue);
+    request["method"] = "request update disclaimers";
+    request["request_from"] = from != split->options.end() ? from->second : std::string("tarvoctl");
+    if (!session.Ask(request)) return session.ExitCode();
+    RunReport report;
+    const auto left = std::max(
+        std::chrono::milliseconds(0),
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
+    const auto done = session.WaitForNotification("new_disclaimer_got", left, [&] {
+        ReadRun(log.ReadService(), report);
+        return Awaited(report);
+    });
+    if (!done) return session.ExitCode();
+    ReadRun(log.ReadService(), report);
+    const bool failed = (*done)["result"] != "success";
+    const std::string failure = failed ? DescribeDisclaimerFailure(*done, report) : std::string();
+    const auto placement = Locate(session);
+    if (!placement) return session.ExitCode();
+    const auto& all = placement->lists.at(4);
+
+    if (session.JsonOutput()) {
+        Json::Value document(Json::objectValue);
+        document["result"] = (*done)["result"];
+        document["source"] = report.from_store ? "store" : report.fetched ? "server" : "unknown";
+        document["source_words"] = Source(report);
+        document["country"] = report.country;
+        document["language"] = report.locale;
+        document["wakeup"] = Json::Value(Json::arrayValue);
+        for (const auto& step : wake.steps) document["wakeup"].append(step);
+        document["steps"] = Json::Value(Json::arrayValue);
+        for (const auto& step : report.steps) document["steps"].append(step);
+        if (failed) document["error"] = failure;
+        document["disclaimers"] = Json::Value(Json::arrayValue);
+        for (const auto& d : all) document["disclaimers"].append(DisclaimerDocument(d, *placement));
+        PrintDocument(document);
+    } else {
+        PrintSteps("wake-up:", wake.steps);
+        PrintWrapped(Source(report), "");
+        PrintSteps("server:", report.steps);
+        if (report.from_store && !wakeup) PrintWrapped(kHowNewVersionsCome, "");
+        if (all.empty()) {
+            std::cout << "the store holds no disclaimers" << std::endl;
+        } else {
+            PrintDisclaimerTable(all, *placement);
+        }
+    }
+    if (failed) return session.Refuse(failure);
+    if (report.failed || wake.failed) {
+        return session.Refuse(
+            "the server run failed (see above); the list is the stored set, which the service "
+            "reports as its answer");
+    }
+    return session.ExitCode();
 }
 
 }  // namespace tarvoctl

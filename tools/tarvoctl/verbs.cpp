@@ -9,28 +9,52 @@ const std::vector<Verb>& Verbs() {
         {"call", "JSON [--type TYPE]",
          "Sends one request to the service and prints its reply, e.g.\n"
          "  tarvoctl call '{\"method\": \"get disclaimer number\", \"requester\": 0}'\n"
-         "Exit 1 when the host answers with an error or the reply's \"result\" is false.",
+         "docs/API.md lists the 15 methods with their members, replies and notifications. The service\n"
+         "ignores a member it does not know without a word, so check the member names there.\n"
+         "Exit 1 when the host answers with an error, the reply's \"result\" is false, or there is no reply\n"
+         "(an unknown method); the methods that answer with nothing by design exit 0.",
          RunCall},
         {"status", "",
-         "Tells whether the service is available, how many disclaimers each requester sees\n"
-         "(0 menu, 1 app, 2 pnp, 3 none, 4 all) and how many are revised.",
+         "Tells whether the service is available, whether its store is closed after a power-off, how many\n"
+         "disclaimers each requester sees (0 menu, 1 app, 2 pnp, 3 none, 4 all) and how many are revised.",
          RunStatus},
         {"list", "[--requester N]",
-         "Lists the disclaimers requester N sees (default 4, all available), in display order.", RunList},
-        {"show", "ID", "Prints every field of one available disclaimer (exit 1 when there is none).",
+         "Lists the disclaimers requester N sees (default 4, all available), in its display order.\n"
+         "ORDER counts within a screen area; WINDOW is that area (Main, Sub or Menu, as far as the "
+         "service's\n"
+         "lists tell: 'Main|Sub' or '?' when they leave it open); GROUP names the screens that list it\n"
+         "(pnp: the first-run wizard, requester 2; menu: the settings, requesters 0 and 1).",
+         RunList},
+        {"show", "ID",
+         "Prints every field of one disclaimer that any requester lists, with the requesters that see it;\n"
+         "texts are wrapped to the terminal and sectioned details printed under their titles.",
          RunShow},
-        {"agree", "ID...", "Agrees to the given disclaimers and tells which answers changed.", RunAgree},
-        {"disagree", "ID...", "Takes back the agreement to the given disclaimers.", RunDisagree},
-        {"agree-all", "", "Agrees to every available disclaimer.", RunAgreeAll},
-        {"update", "[--from PAGE] [--timeout S]",
-         "Asks the service to bring its disclaimers up to date (as the page PAGE, e.g. wizard-terms),\n"
-         "waits up to S seconds (default 200) for the outcome, then lists them like list.",
+        {"agree", "ID...",
+         "Agrees to the given disclaimers and prints each answer before and after (read back from the\n"
+         "service), also of the disclaimers a combined one stands for. An unknown ID exits 1, sending "
+         "nothing.",
+         RunAgree},
+        {"disagree", "ID...", "Takes back the agreement to the given disclaimers; prints as agree does.",
+         RunDisagree},
+        {"agree-all", "", "Agrees to every available disclaimer; prints the answers that changed.",
+         RunAgreeAll},
+        {"update", "[--wakeup] [--from PAGE] [--timeout S]",
+         "Asks the service to bring its disclaimers up to date (as the page PAGE, e.g. wizard-terms), waits\n"
+         "up to S seconds (default 200) for the outcome, tells where the answer came from and lists them.\n"
+         "While country and language stay as they are the service answers from its stored set; a newly\n"
+         "published version comes at a wake-up, at the service's start, or with a change of language or\n"
+         "country. --wakeup first sends the wake-up control, as a television does after standby, and waits\n"
+         "for the run it starts. Exit 1 when the update failed, also when the service still answered with\n"
+         "its stored set.",
          RunUpdate},
         {"countries", "[--refresh] [--timeout S]",
          "Prints the country list the service holds. With --refresh it first asks the service to\n"
          "fetch it again and waits up to S seconds (default 100) for the outcome.",
          RunCountries},
-        {"set-country", "CODE", "Sets the television's country code.", RunSetCountry},
+        {"set-country", "CODE",
+         "Sets the television's country code (two capital letters), warning when the country list does not\n"
+         "hold it. The next update from another country clears every stored disclaimer and answer.",
+         RunSetCountry},
         {"reset", "", "Asks the service to clear its disclaimers and answers (a front-end reset).", RunReset},
         {"clone", "to-usb|from-usb", "Copies the store to the USB clone folder, or back from it.", RunClone},
         {"revised", "", "Lists the disclaimers whose revision the user has not answered yet.", RunRevised},
@@ -39,6 +63,14 @@ const std::vector<Verb>& Verbs() {
          "or until S seconds have passed (exit 1 when S passes before N notifications).",
          RunListen},
         {"ping", "", "Tells whether the service answers on its socket.", RunPing},
+        {"log", "[--follow] [--level debug|info|warn|error]",
+         "Prints ROOT/var/log/tarvo.log readably (colours on a terminal only), from the given level up;\n"
+         "--follow goes on printing new lines until interrupted.",
+         RunLog},
+        {"device", "",
+         "Prints the device profile (ROOT/etc/tarvo/device.json) with names for its numeric keys, and the\n"
+         "device values the service reads from vconf.",
+         RunDevice},
         {"power off", "[STATE]",
          "Runs the television's power-off callbacks with STATE (default 0) and waits for them.\n"
          "A STATE without bit 30 (1073741824) is a real power-off: the service closes its store,\n"
@@ -48,7 +80,8 @@ const std::vector<Verb>& Verbs() {
          RunPowerWakeup},
         {"vconf get", "KEY", "Prints a vconf key's value (exit 1 when it is not set).", RunVconfGet},
         {"vconf set", "KEY VALUE [--type int|string|bool|double]",
-         "Sets a vconf key; without --type, an integer VALUE is stored as int, anything else as string.",
+         "Sets a vconf key (db/..., file/... or memory/...); without --type, an integer VALUE is stored as\n"
+         "int, anything else as string.",
          RunVconfSet},
         {"vconf watch", "KEY... [--count N] [--timeout S]",
          "Prints each change of the given keys until interrupted, until N changes, or for S seconds.",

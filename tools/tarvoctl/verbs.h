@@ -42,6 +42,10 @@ int RunClone(Context& context, const std::vector<std::string>& args);
 // Asks for up-to-date disclaimers, waits for the outcome and lists them (update_verb.cpp).
 int RunUpdate(Context& context, const std::vector<std::string>& args);
 
+// The log and the device profile, read directly (inspect_verbs.cpp).
+int RunLog(Context& context, const std::vector<std::string>& args);
+int RunDevice(Context& context, const std::vector<std::string>& args);
+
 // Verbs that drive the emulated television directly (platform_verbs.cpp).
 int RunVconfGet(Context& context, const std::vector<std::string>& args);
 int RunVconfSet(Context& context, const std::vector<std::string>& args);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
@@ -32,6 +33,28 @@ TEST(VconfStore, WrongTypesAndPathsFailAndNoTempFileStaysBehind) {
     for (const auto& entry : std::filesystem::directory_iterator(root.At("/var/vconf/db/test"))) {
         EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
     }
+}
+
+TEST(VconfStore, AReaderRacingAWriterSeesOneWholeValueOrTheOther) {
+    TempRoot root;
+    const std::string first(64 * 1024, 'a');
+    const std::string second = std::string(32 * 1024, 'b') + std::string(16 * 1024, 'c');
+    ASSERT_EQ(vconf_set_str("db/test/long", first.c_str()), 0);
+    std::atomic<bool> writing{true};
+    std::thread writer([&] {
+        for (int i = 0; i < 200; ++i) vconf_set_str("db/test/long", (i % 2 == 0 ? second : first).c_str());
+        writing = false;
+    });
+    int reads = 0;
+    int torn = 0;
+    while (writing || reads < 100) {
+        char* value = vconf_get_str("db/test/long");
+        if (value == nullptr || (value != first && value != second)) ++torn;
+        std::free(value);
+        ++reads;
+    }
+    writer.join();
+    EXPECT_EQ(torn, 0) << "of " << reads << " reads";
 }
 
 // Records every delivery with the thread it came on.
