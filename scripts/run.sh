@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Runs the service on an emulated television beside the development cloud:
-# builds what it needs, prepares the root, starts tarvo-cloud in the background and
-# tarvo-service-host in the foreground with its log on the terminal. Ctrl-C stops both.
+# builds what it needs, prepares the root, starts tarvo-cloud and tarvo-screen in the
+# background and tarvo-service-host in the foreground with its log on the terminal.
+# Ctrl-C stops all three.
 # Usage: scripts/run.sh [--fresh]   (--fresh: start from an empty root, as a new television)
+# TARVO_RUN_SKIP_BUILD=1 uses the binaries already built in TARVO_RUN_BUILD_DIR (default build/run).
 set -euo pipefail
 
 fresh=0
@@ -10,7 +12,7 @@ for arg in "$@"; do
   case "$arg" in
     --fresh) fresh=1 ;;
     -h | --help)
-      sed -n '2,6p' "$0" | sed 's/^# \{0,1\}//'
+      sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//'
       exit 0
       ;;
     *)
@@ -23,14 +25,17 @@ done
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 
-bash scripts/deps.sh
-cmake -S . -B build/run -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARVO_TESTS=OFF -DTARVO_BENCH=OFF >/dev/null
-ninja -C build/run tarvo-service-host tarvoctl tarvo-cloud tarvodatacontrol tarvo-screen tarvo-logctl
+build=${TARVO_RUN_BUILD_DIR:-build/run}
+if [ "${TARVO_RUN_SKIP_BUILD:-0}" != 1 ]; then
+  bash scripts/deps.sh
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARVO_TESTS=OFF -DTARVO_BENCH=OFF >/dev/null
+  ninja -C "$build" tarvo-service-host tarvoctl tarvo-cloud tarvodatacontrol tarvo-screen tarvo-logctl
+fi
 
 default_root=${XDG_STATE_HOME:-$HOME/.local/state}/tarvo/root
 root=${TARVO_ROOT:-$default_root}
 export TARVO_ROOT="$root"
-ctl="build/run/tools/tarvoctl"
+ctl="$build/tools/tarvoctl"
 # A second run on the same root would repoint the running service at its own cloud.
 if "$ctl" --root "$root" ping >/dev/null 2>&1; then
   echo "run.sh: a service is already running on $root; stop it (Ctrl-C in its terminal) or choose" \
@@ -59,11 +64,12 @@ production_port=${TARVO_PRODUCTION_PORT:-18443}
 staging_port=${TARVO_STAGING_PORT:-18444}
 
 # The cloud points the device profile at its agreement and log servers and at its CA, which
-# it keeps in the root so that later runs reuse it.
+# it keeps in the root so that later runs reuse it, as they reuse the versions it published.
 rm -f "$root/run/cloud.json"
-build/run/tools/tarvo-cloud --data "$top/data" --openapi-port "$openapi_port" --admin-port "$admin_port" \
+"$build/tools/tarvo-cloud" --data "$top/data" --openapi-port "$openapi_port" --admin-port "$admin_port" \
   --production-port "$production_port" --staging-port "$staging_port" --tls-dir "$root/run/cloud-tls" \
-  --write-profile "$root/etc/tarvo/device.json" --state-file "$root/run/cloud.json" >"$root/run/cloud.log" 2>&1 &
+  --write-profile "$root/etc/tarvo/device.json" --state-file "$root/run/cloud.json" \
+  --state-dir "$root/run/cloud-state" >"$root/run/cloud.log" 2>&1 &
 cloud_pid=$!
 screen_pid=
 trap 'kill "$cloud_pid" $screen_pid 2>/dev/null || true' EXIT
@@ -88,7 +94,8 @@ sed "s|@LOG_HOST@|127.0.0.1:$bound_production|g" data/LogPolicyConfig.xml \
   >"$root/opt/down/common/LogPolicyConfig.xml"
 
 # The values a television's server configuration would have set; the user's own choices are kept.
-"$ctl" --root "$root" vconf set db/nimbra/gpmurl/apps "http://127.0.0.1:$openapi_port" --type string
+# The bound port, since a port of 0 lets the cloud pick a free one.
+"$ctl" --root "$root" vconf set db/nimbra/gpmurl/apps "http://127.0.0.1:$(bound_port openapi)" --type string
 set_default() {
   if ! "$ctl" --root "$root" vconf get "$1" >/dev/null 2>&1; then
     "$ctl" --root "$root" vconf set "$1" "$2" --type string
@@ -108,9 +115,13 @@ echo "what the cloud received: curl -s http://127.0.0.1:$bound_admin/admin/agree
 echo "                         curl -s http://127.0.0.1:$bound_admin/admin/log-events (usage events)"
 # The television's screens in a browser; they find the host by themselves once it is up.
 screen_port=${TARVO_SCREEN_PORT:-18482}
-build/run/tools/tarvo-screen --root "$root" --port "$screen_port" >"$root/run/screen.log" 2>&1 &
+"$build/tools/tarvo-screen" --root "$root" --port "$screen_port" >"$root/run/screen.log" 2>&1 &
 screen_pid=$!
-echo "the television's screens: http://127.0.0.1:$screen_port/ (tarvo-screen; log: $root/run/screen.log)"
+if [ "$screen_port" = 0 ]; then
+  echo "the television's screens: the URL on the first line of $root/run/screen.log (tarvo-screen)"
+else
+  echo "the television's screens: http://127.0.0.1:$screen_port/ (tarvo-screen; log: $root/run/screen.log)"
+fi
 # The terminal shows info and above; the log file keeps every line (tarvoctl log --level debug).
-TARVO_LOG_LEVEL=${TARVO_LOG_LEVEL:-info} TARVO_LOG_STDERR=${TARVO_LOG_STDERR:-1} build/run/host/tarvo-service-host \
-  --module build/run/src/libtarvodatacontrol.so --root "$root"
+TARVO_LOG_LEVEL=${TARVO_LOG_LEVEL:-info} TARVO_LOG_STDERR=${TARVO_LOG_STDERR:-1} "$build/host/tarvo-service-host" \
+  --module "$build/src/libtarvodatacontrol.so" --root "$root"

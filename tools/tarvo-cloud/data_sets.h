@@ -1,6 +1,7 @@
 // The disclaimer sets that the OpenAPI server answers from, one per country: loaded from
-// DIR/openapi/*.json at start, changed by the admin's publish at run time, read by listener
-// threads for every answer. m_mutex guards m_countries; every operation locks it itself.
+// DIR/openapi/*.json at start, changed by the admin's publish at run time (and, with a
+// published-changes file, those of earlier runs replayed on top), read by listener threads for
+// every answer. m_mutex guards m_countries and m_published; every operation locks it itself.
 #pragma once
 
 #include <json/json.h>
@@ -8,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace tarvo {
 namespace cloud {
@@ -41,15 +43,23 @@ class DataSets {
     Json::Value DisclaimersAnswer(const std::string& set_id, const std::string& country,
                                   const std::string& lang) const;
 
-    // Applies one admin publish request; nothing changes when it fails.
+    // Applies one admin publish request; nothing changes when it fails, also when it cannot be
+    // appended to the published-changes file.
     PublishResult Publish(const Json::Value& request);
+
+    // Replays the publish requests kept in `path` (one JSON object a line, oldest first) on the
+    // loaded sets and appends each later successful publish to it. A line that no longer applies
+    // is skipped and described in `skipped`. False with the reason when the file cannot be read.
+    bool KeepPublished(const std::string& path, std::vector<std::string>* skipped, size_t* replayed,
+                       std::string* error);
 
     // Every country set as it stands now, by country code.
     Json::Value ToJson() const;
 
   private:
-    mutable std::mutex m_mutex;  // guards m_countries
+    mutable std::mutex m_mutex;  // guards m_countries and m_published
     std::map<std::string, Json::Value> m_countries;
+    std::string m_published;  // the published-changes file; empty: publishes are not kept
 };
 
 }  // namespace cloud

@@ -17,6 +17,8 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -96,6 +98,24 @@ int Fail(const std::string& error) {
     return 1;
 }
 
+// Replays the changes published in earlier runs and keeps the coming ones in DIR.
+bool KeepPublished(DataSets& data, const std::string& dir, std::string* error) {
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    if (ec) {
+        *error = "cannot make the state folder " + dir + ": " + ec.message();
+        return false;
+    }
+    std::vector<std::string> skipped;
+    size_t replayed = 0;
+    if (!data.KeepPublished(dir + "/published.jsonl", &skipped, &replayed, error)) return false;
+    for (const auto& reason : skipped)
+        std::fprintf(stderr, "tarvo-cloud: skipped a kept change: %s\n", reason.c_str());
+    std::fprintf(stderr, "tarvo-cloud: %zu published change(s) applied from %s/published.jsonl\n", replayed,
+                 dir.c_str());
+    return true;
+}
+
 int Run(const Options& options) {
     // Only the main thread takes the stop signals: block them before any thread starts.
     sigset_t stop_signals;
@@ -109,6 +129,8 @@ int Run(const Options& options) {
     CloudContext context;
     std::string error;
     if (!context.data.LoadDirectory(options.data_dir, &error)) return Fail(error);
+    if (!options.state_dir.empty() && !KeepPublished(context.data, options.state_dir, &error))
+        return Fail(error);
     TemporaryFolder temporary;
     if (options.tls_dir.empty() && !temporary.Make(&error)) return Fail(error);
     const TlsResult tls = LoadOrMakeTls(options.tls_dir.empty() ? temporary.Path() : options.tls_dir);

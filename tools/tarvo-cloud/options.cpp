@@ -67,7 +67,8 @@ OptionsResult ParseOptions(int argc, char** argv) {
         const std::map<std::string, std::string*> texts = {{"--data", &options.data_dir},
                                                            {"--state-file", &options.state_file},
                                                            {"--tls-dir", &options.tls_dir},
-                                                           {"--write-profile", &options.write_profile}};
+                                                           {"--write-profile", &options.write_profile},
+                                                           {"--state-dir", &options.state_dir}};
         if (ports.count(name) == 0 && texts.count(name) == 0) {
             result.error = "unknown argument '" + args[i] + "'";
             return result;
@@ -99,7 +100,7 @@ const char* HelpText() {
 
 Usage: tarvo-cloud [--data DIR] [--openapi-port N] [--admin-port N] [--production-port N]
                    [--staging-port N] [--tls-dir DIR] [--write-profile PATH] [--state-file PATH]
-                   [--help]
+                   [--state-dir DIR] [--help]
 
 Options:
   --data DIR            data folder holding openapi/*.json, one disclaimer set per country
@@ -116,6 +117,11 @@ Options:
                         "log_policy_namespace") and "ca_file" in the device profile at PATH,
                         keeping its other members (replaced atomically)
   --state-file PATH     also write the ports line to PATH (replaced atomically)
+  --state-dir DIR       keep every successful POST /admin/publish in DIR/published.jsonl (made
+                        when absent) and apply those already there at start, on top of the
+                        data folder, so that published versions outlive a restart; a kept
+                        change that no longer applies is skipped with a line on stderr. Remove
+                        the file to go back to the data folder as it is.
   --help                show this text
 
 Every server listens on 127.0.0.1 only. Once all listen, one JSON line with the ports

@@ -17,6 +17,7 @@ struct Options {
     std::string tls_dir;        // empty: a fresh temporary folder, removed at the end
     std::string state_file;     // empty: none written
     std::string write_profile;  // a device profile to point at the servers; empty: none
+    std::string state_dir;      // keeps the published changes for the next start; empty: none
     bool help = false;
 };
 

@@ -1,6 +1,11 @@
-// Run-time changes of the disclaimer sets, as the admin's publish requests them.
+// Run-time changes of the disclaimer sets, as the admin's publish requests them, and the file
+// that keeps them for the next start.
 #include "data_sets.h"
+#include "json_text.h"
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <vector>
 
 namespace tarvo {
@@ -133,13 +138,9 @@ PublishResult SetAttributes(const std::vector<Json::Value*>& targets, const Json
     return result;
 }
 
-}  // namespace
-
-PublishResult DataSets::Publish(const Json::Value& request) {
+// Applies one publish request to `next`; false in the result when it does not apply.
+PublishResult Apply(Countries& next, const Json::Value& request) {
     if (!request.isObject()) return Fail("the publish request must be a JSON object");
-    std::lock_guard<std::mutex> lock(m_mutex);
-    // Work on a copy, so that a request that fails half-way changes nothing.
-    Countries next = m_countries;
     PublishResult result;
     if (request.isMember("country_set")) {
         const std::string error = ValidateCountrySet(request["country_set"]);
@@ -174,8 +175,74 @@ PublishResult DataSets::Publish(const Json::Value& request) {
                 "\"reverseOSD\", \"set_id\", \"country_set\" or \"remove_country\" (see tarvo-cloud --help)");
         }
     }
-    if (result.ok) m_countries = std::move(next);
     return result;
+}
+
+// One line at the end of `path`, flushed before the change counts as made.
+bool AppendLine(const std::string& path, const std::string& line) {
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    out << line << '\n';
+    return static_cast<bool>(out.flush());
+}
+
+}  // namespace
+
+PublishResult DataSets::Publish(const Json::Value& request) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    // Work on a copy, so that a request that fails half-way changes nothing.
+    Countries next = m_countries;
+    PublishResult result = Apply(next, request);
+    if (!result.ok) return result;
+    if (!m_published.empty() && !AppendLine(m_published, CompactJson(request))) {
+        return Fail("cannot keep the change in " + m_published + ", so it was not made");
+    }
+    m_countries = std::move(next);
+    return result;
+}
+
+bool DataSets::KeepPublished(const std::string& path, std::vector<std::string>* skipped, size_t* replayed,
+                             std::string* error) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    *replayed = 0;
+    std::string text;
+    if (std::ifstream in{path, std::ios::binary}) {
+        std::stringstream buffer;
+        buffer << in.rdbuf();
+        text = buffer.str();
+    } else if (std::filesystem::exists(path)) {
+        *error = "cannot read " + path;
+        return false;
+    }
+    std::istringstream lines(text);
+    std::string line;
+    for (size_t number = 1; std::getline(lines, line); ++number) {
+        if (line.empty()) continue;
+        Json::Value request;
+        std::string reason;
+        // A line cut short by a crash is no JSON: it is skipped like one that no longer applies.
+        if (!ParseJson(line, &request, &reason)) {
+            skipped->push_back(path + " line " + std::to_string(number) + ": no JSON: " + reason);
+            continue;
+        }
+        Countries next = m_countries;
+        const PublishResult result = Apply(next, request);
+        if (!result.ok) {
+            skipped->push_back(path + " line " + std::to_string(number) + ": " + result.error);
+            continue;
+        }
+        m_countries = std::move(next);
+        ++*replayed;
+    }
+    // Also refuses an unwritable file now rather than at the first publish; a line cut short is
+    // ended, so that the next change starts a line of its own.
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    if (!text.empty() && text.back() != '\n') out << '\n';
+    if (!out.flush()) {
+        *error = "cannot write " + path;
+        return false;
+    }
+    m_published = path;
+    return true;
 }
 
 }  // namespace cloud

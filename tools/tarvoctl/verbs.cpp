@@ -63,6 +63,17 @@ const std::vector<Verb>& Verbs() {
          "or until S seconds have passed (exit 1 when S passes before N notifications).",
          RunListen},
         {"ping", "", "Tells whether the service answers on its socket.", RunPing},
+        {"tour", "[--yes] [--cloud-admin URL]",
+         "Walks the service's whole road against the running service and the development cloud, one step\n"
+         "at a time with its commands: availability, the first fetch, the wizard's and the menu's lists,\n"
+         "agreeing to tnc and pp, their upload, a language change, a published version coming as revised\n"
+         "after a wake-up, a reset and a clone to USB and back. Each outcome is checked; exit 1 at the\n"
+         "first that is wrong, saying what was expected and what came. On a terminal it waits for Enter\n"
+         "before each step; --yes runs straight through. The cloud's admin endpoint is found in\n"
+         "ROOT/run/cloud.json (written by scripts/run.sh) unless --cloud-admin http://HOST:PORT names it.\n"
+         "It changes the set: the answers end reset, a new version stays published; the language is set\n"
+         "back.",
+         RunTour},
         {"log", "[--follow] [--level debug|info|warn|error]",
          "Prints ROOT/var/log/tarvo.log readably (colours on a terminal only), from the given level up;\n"
          "--follow goes on printing new lines until interrupted.",

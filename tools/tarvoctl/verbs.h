@@ -42,6 +42,9 @@ int RunClone(Context& context, const std::vector<std::string>& args);
 // Asks for up-to-date disclaimers, waits for the outcome and lists them (update_verb.cpp).
 int RunUpdate(Context& context, const std::vector<std::string>& args);
 
+// Walks the service's whole road step by step, checking each outcome (tour_verb.cpp).
+int RunTour(Context& context, const std::vector<std::string>& args);
+
 // The log and the device profile, read directly (inspect_verbs.cpp).
 int RunLog(Context& context, const std::vector<std::string>& args);
 int RunDevice(Context& context, const std::vector<std::string>& args);

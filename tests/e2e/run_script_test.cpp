@@ -1,0 +1,231 @@
+// scripts/run.sh as a developer runs it (without its package and build steps): the television,
+// the cloud and the screens come up on a fresh root, tarvoctl's tour walks the whole road, and
+// a stop of the script's process group leaves no process behind; the cloud's published version
+// outlives a restart.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vconf.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <sstream>
+
+#include "process.h"
+#include "sync_fixture.h"
+
+extern char** environ;
+
+namespace tarvo {
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The build tree the test binaries come from, which holds the binaries run.sh starts.
+const fs::path kBuildDir = fs::path(TARVO_CLOUD_BIN).parent_path().parent_path();
+
+// The members of process group `group` that have not exited, by pid with their names.
+std::map<pid_t, std::string> GroupMembers(pid_t group) {
+    std::map<pid_t, std::string> members;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        const std::string stat = ReadFile(entry.path() / "stat");
+        const size_t open = stat.find('('), close = stat.rfind(')');
+        if (open == std::string::npos || close == std::string::npos) continue;
+        std::istringstream rest(stat.substr(close + 1));
+        char state = 0;
+        pid_t parent = 0, pgrp = 0;
+        rest >> state >> parent >> pgrp;
+        if (pgrp == group && state != 'Z') members[std::stoi(name)] = stat.substr(open + 1, close - open - 1);
+    }
+    return members;
+}
+
+bool Alive(pid_t pid) {
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t close = stat.rfind(')');
+    return close != std::string::npos && stat.size() > close + 2 && stat[close + 2] != 'Z';
+}
+
+// run.sh in a process group of its own, as a terminal starts it; the group is killed if the test
+// ends without stopping it.
+class RunScript {
+  public:
+    RunScript(const std::string& root, const std::string& log) {
+        std::vector<std::string> env;
+        for (char** entry = environ; *entry != nullptr; ++entry) env.emplace_back(*entry);
+        for (const char* port : {"OPENAPI", "ADMIN", "PRODUCTION", "STAGING", "SCREEN"})
+            env.push_back(std::string("TARVO_") + port + "_PORT=0");
+        env.insert(env.end(), {"TARVO_ROOT=" + root, "TARVO_RUN_SKIP_BUILD=1",
+                               "TARVO_RUN_BUILD_DIR=" + kBuildDir.string(), "TARVO_LOG_STDERR=0"});
+        std::vector<std::string> argv = {"/bin/bash", std::string(TARVO_SOURCE_DIR) + "/scripts/run.sh"};
+        std::vector<char*> args, envp;
+        for (auto& a : argv) args.push_back(a.data());
+        for (auto& e : env) envp.push_back(e.data());
+        args.push_back(nullptr);
+        envp.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+        posix_spawnattr_setpgroup(&attributes, 0);
+        if (posix_spawn(&m_pid, args[0], &actions, &attributes, args.data(), envp.data()) != 0) m_pid = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    ~RunScript() {
+        if (m_pid <= 0) return;
+        kill(-m_pid, SIGKILL);
+        if (!m_reaped) waitpid(m_pid, nullptr, 0);
+        WaitUntil([&] { return GroupMembers(m_pid).empty(); });
+    }
+    RunScript(const RunScript&) = delete;
+    RunScript& operator=(const RunScript&) = delete;
+
+    pid_t Pid() const { return m_pid; }
+
+    // Signals the whole group, as Ctrl-C or a terminal's hang-up does; true once the script has
+    // ended and no member of its group is left.
+    bool Stop(int signal_number) {
+        kill(-m_pid, signal_number);
+        const bool ended = WaitUntil([&] { return m_reaped = waitpid(m_pid, nullptr, WNOHANG) == m_pid; },
+                                     std::chrono::seconds(15));
+        return ended && WaitUntil([&] { return GroupMembers(m_pid).empty(); }, std::chrono::seconds(10));
+    }
+
+  private:
+    pid_t m_pid = -1;
+    bool m_reaped = false;
+};
+
+class RunScriptTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(fs::exists(kBuildDir / "tools/tarvo-screen")) << "build tarvo-screen in " << kBuildDir;
+        // run.sh gives the television its profile from data/devices/.
+        fs::remove(m_root.At("/etc/tarvo/device.json"));
+    }
+
+    RunResult Ctl(const std::vector<std::string>& words,
+                  std::chrono::seconds limit = std::chrono::seconds(30)) {
+        std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", m_root.Path()};
+        argv.insert(argv.end(), words.begin(), words.end());
+        return RunProgram(argv, {}, m_root.Path() + "/ctl-" + std::to_string(++m_runs), limit);
+    }
+
+    // Starts run.sh and waits until the host serves and the cloud has written its ports.
+    std::unique_ptr<RunScript> Start() {
+        auto script =
+            std::make_unique<RunScript>(m_root.Path(), m_root.Path() + "/run-" + std::to_string(++m_runs));
+        EXPECT_GT(script->Pid(), 0);
+        EXPECT_TRUE(WaitUntil([&] { return Ctl({"ping"}).exit_code == 0; }, std::chrono::seconds(30)));
+        const Json::Value ports = ParseText(ReadFile(m_root.At("/run/cloud.json")));
+        m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
+        m_admin->set_read_timeout(10, 0);
+        return script;
+    }
+
+    Json::Value Admin(const std::string& path) {
+        const auto answer = m_admin->Get(path);
+        return answer && answer->status == 200 ? ParseText(answer->body) : Json::Value();
+    }
+
+    std::string Vconf(const std::string& key) {
+        std::unique_ptr<char, decltype(&std::free)> text(vconf_get_str(key.c_str()), &std::free);
+        return text ? text.get() : "";
+    }
+
+    TempRoot m_root;
+    std::unique_ptr<httplib::Client> m_admin;
+    int m_runs = 0;
+};
+
+TEST_F(RunScriptTest, TourWalksTheRoadAndTheScriptLeavesNothingBehind) {
+    auto script = Start();
+    const auto members = GroupMembers(script->Pid());
+    std::set<std::string> names;
+    for (const auto& [pid, name] : members) names.insert(name);
+    // The kernel keeps 15 characters of a name.
+    for (const char* name : {"tarvo-service-h", "tarvo-cloud", "tarvo-screen"})
+        EXPECT_EQ(names.count(name), 1u) << name;
+
+    const RunResult tour = Ctl({"tour", "--yes"}, std::chrono::seconds(60));
+    ASSERT_EQ(tour.exit_code, 0) << tour.out << tour.err;
+
+    // The tour ends on a set fetched anew after the reset: the published version, no answers.
+    std::set<std::string> listed;
+    std::istringstream lines(Ctl({"--json", "list"}).out);
+    for (std::string line; std::getline(lines, line);) {
+        const Json::Value d = ParseText(line);
+        listed.insert(d["id"].asString());
+        EXPECT_FALSE(d["is_agreed"].asBool()) << line;
+        if (d["id"] == "viewing") {
+            EXPECT_EQ(d["version"], "2.1");
+        }
+    }
+    EXPECT_EQ(listed.count("viewing"), 1u);
+    const Json::Value mirror = ParseText(Vconf("db/tarvodatacontrol/disclaimeragrees"));
+    std::set<std::string> mirrored;
+    for (const auto& id : mirror.getMemberNames()) {
+        mirrored.insert(id);
+        EXPECT_EQ(mirror[id], "false") << id;
+    }
+    EXPECT_EQ(mirrored, listed);
+    EXPECT_EQ(Vconf("db/menu_widget/language"), "en_US.utf8");
+    EXPECT_TRUE(
+        fs::exists(m_root.At("/opt/usr/apps/org.mirlo.cloning/data/Clone/"
+                             "org.mirlo.tarvodatacontrol-service/data.db")));
+    EXPECT_FALSE(
+        fs::exists(m_root.At("/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data/data.db_clone")));
+
+    // The cloud took the agreement to tnc and pp, and then the answers the reset took back.
+    bool agreed_upload = false;
+    for (const auto& request : Admin("/admin/requests")) {
+        const std::string body = request["body"].asString();
+        agreed_upload =
+            agreed_upload || (request["method"] == "PUT" &&
+                              body.find("<id>tnc</id>\n    <agree>Y</agree>") != std::string::npos &&
+                              body.find("<id>pp</id>\n    <agree>Y</agree>") != std::string::npos);
+    }
+    EXPECT_TRUE(agreed_upload);
+    Json::Value record;
+    EXPECT_TRUE(WaitUntil([&] {
+        record = Admin("/admin/agreements")["production"]["TVDUID0000000001"];
+        return record["terms"]["tnc"]["agree"] == "N" && record["terms"]["pp"]["agree"] == "N";
+    })) << record;
+
+    // Misuse: a usage error, an unknown disclaimer (sending nothing) and a method without a reply.
+    EXPECT_EQ(Ctl({"set-country", "us"}).exit_code, 2);
+    EXPECT_EQ(Ctl({"agree", "nosuch"}).exit_code, 1);
+    EXPECT_EQ(Ctl({"call", R"({"method": "no such method"})"}).exit_code, 1);
+    EXPECT_EQ(ParseText(Vconf("db/tarvodatacontrol/disclaimeragrees")), mirror);
+
+    ASSERT_TRUE(script->Stop(SIGTERM)) << "left: " << GroupMembers(script->Pid()).size();
+    for (const auto& [pid, name] : members) EXPECT_FALSE(Alive(pid)) << name;
+    EXPECT_EQ(Ctl({"tour", "--yes"}).exit_code, 3);
+
+    // A second run on the root serves the version the first one published.
+    script = Start();
+    const Json::Value data = Admin("/admin/data");
+    Json::Value viewing;
+    for (const auto& d : data["US"]["disclaimers"]) {
+        if (d["id"] == "viewing") viewing = d;
+    }
+    EXPECT_EQ(viewing["version"], "2.1");
+    EXPECT_TRUE(script->Stop(SIGINT));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo
