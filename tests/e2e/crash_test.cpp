@@ -1,0 +1,252 @@
+// The host killed with SIGKILL at random moments while clients answer, syncs merge and uploads
+// run: after every restart the store file is whole, holds each answer whose call had returned,
+// its vconf mirror is rebuilt from it, and what the cloud never got is reported.
+#include "sync_fixture.h"
+
+#include <signal.h>
+#include <sqlite3.h>
+#include <vconf.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+namespace tarvo {
+namespace test {
+namespace {
+
+constexpr int kKills = 55;
+constexpr char kDuid[] = "DUID-SYNC-TEST";
+// Each client answers its own records, so the last acknowledged value of each is known.
+const std::vector<std::vector<std::string>> kOwnedIds = {
+    {"tnc", "viewing"}, {"pp", "billing"}, {"voice_new", "uhd_video"}};
+// Gets a new version in every cycle, so that the cycle's sync writes rows; none of the answered
+// records is republished, since a new version of those takes the answer of its snapshot.
+constexpr char kRepublished[] = "nuance";
+
+struct StoreFile {
+    std::string integrity;
+    std::map<std::string, bool> agreed;
+};
+
+// The file as SQLite sees it; the service may be writing, so wait out its locks.
+StoreFile ReadStoreFile(const std::string& path) {
+    StoreFile file;
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 5000);
+        sqlite3_exec(
+            db, "PRAGMA integrity_check",
+            [](void* out, int, char** columns, char**) {
+                *static_cast<std::string*>(out) += columns[0] ? columns[0] : "";
+                return 0;
+            },
+            &file.integrity, nullptr);
+        sqlite3_exec(
+            db, "SELECT id, isAgreed FROM table_tarvo_data_disclaimer_info",
+            [](void* out, int, char** columns, char**) {
+                (*static_cast<std::map<std::string, bool>*>(out))[columns[0]] =
+                    columns[1] && columns[1][0] == '1';
+                return 0;
+            },
+            &file.agreed, nullptr);
+    }
+    sqlite3_close(db);
+    return file;
+}
+
+// One client's records: the last value the host acknowledged, and the one sent without a reply,
+// which the host may or may not have stored before it died.
+struct Answers {
+    std::map<std::string, bool> acked;
+    std::map<std::string, std::optional<bool>> pending;
+};
+
+class Crash : public Sync {
+  protected:
+    void SetUp() override {
+        PrepareTelevision();
+        m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = true; });
+        setenv("TARVO_ALARM_SCALE", m_alarmScale.c_str(), 1);
+        setenv("TARVO_TIMEOUT_SCALE", "0.2", 1);
+        ASSERT_TRUE(Spawn() && WaitReady());
+        // The start on a live network fills the store.
+        ASSERT_TRUE(WaitUntil([&] { return Listed().count(kRepublished) == 1; }, std::chrono::seconds(20)));
+        m_answers.resize(kOwnedIds.size());
+        for (size_t k = 0; k < kOwnedIds.size(); ++k) {
+            for (const auto& id : kOwnedIds[k]) {
+                ASSERT_TRUE(ById(id)["result"].asBool()) << id << " must be available on this set";
+                m_answers[k].acked[id] = false;
+            }
+        }
+    }
+
+    bool Spawn() {
+        m_host = std::make_unique<ChildProcess>(
+            std::vector<std::string>{TARVO_HOST_BIN, "--module", TARVO_MODULE_PATH, "--root", m_root.Path()},
+            std::map<std::string, std::string>{}, m_root.Path() + "/host");
+        return m_host->Started();
+    }
+
+    // The socket answers and the init event has run the store's start.
+    bool WaitReady() {
+        const Json::Value available = ParseText(R"({"method": "is service available"})");
+        return WaitUntil(
+            [&] {
+                if (!m_host->Running() || !m_calls.Connect(DefaultSocket(m_root))) return false;
+                const auto answer = m_calls.Call(available);
+                return answer && (*answer)["reply"]["result"].asBool();
+            },
+            std::chrono::seconds(20));
+    }
+
+    void Kill() {
+        ASSERT_TRUE(m_host->Signal(SIGKILL));
+        ASSERT_TRUE(m_host->Wait(std::chrono::seconds(10)));
+        ++m_kills;
+    }
+
+    Json::Value ById(const std::string& id) {
+        Json::Value request = ParseText(R"({"method": "get disclaimer by term id"})");
+        request["request_item"] = id;
+        return Call(request);
+    }
+
+    // Sets answers on one connection, each the opposite of its last, until the host dies.
+    void AnswerUntilKilled(size_t client) {
+        HostClient connection;
+        if (!connection.Connect(DefaultSocket(m_root))) return;
+        Answers& answers = m_answers[client];
+        for (size_t i = 0;; ++i) {
+            const std::string& id = kOwnedIds[client][i % kOwnedIds[client].size()];
+            const bool value = !answers.acked[id];
+            Json::Value request = ParseText(R"({"method": "set one agreement"})");
+            request["request_item"] = id;
+            request["is_agreed"] = value;
+            answers.pending[id] = value;
+            const auto reply = connection.Call(request);
+            if (!reply) return;
+            EXPECT_TRUE((*reply)["reply"]["result"].asBool()) << ToLine(*reply);
+            answers.acked[id] = value;
+            answers.pending[id].reset();
+            ++m_acknowledged;
+        }
+    }
+
+    // After a restart: the file is whole, every acknowledged answer is in it (or the newer one
+    // sent without a reply), and the mirror the start rebuilt agrees with the table.
+    void CheckStore() {
+        const StoreFile file =
+            ReadStoreFile(m_root.At("/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data/data.db"));
+        EXPECT_EQ(file.integrity, "ok");
+        for (Answers& answers : m_answers) {
+            for (auto& [id, acked] : answers.acked) {
+                const auto stored = file.agreed.find(id);
+                const bool kept = stored != file.agreed.end() &&
+                                  (stored->second == acked || stored->second == answers.pending[id]);
+                if (!kept) ++m_lost;
+                EXPECT_TRUE(kept) << id << " acknowledged as " << acked << " before kill " << m_kills;
+                if (stored != file.agreed.end()) acked = stored->second;
+                answers.pending[id].reset();
+                ++m_checked;
+            }
+        }
+        char* text = vconf_get_str("db/tarvodatacontrol/disclaimeragrees");
+        const Json::Value mirror = ParseText(text ? text : "");
+        std::free(text);
+        for (const auto& answers : m_answers) {
+            for (const auto& [id, acked] : answers.acked) {
+                EXPECT_EQ(mirror[id], acked ? "true" : "false") << id << " after kill " << m_kills;
+            }
+        }
+        for (const auto& id : mirror.getMemberNames()) {
+            EXPECT_EQ(mirror[id] == "true", file.agreed.count(id) == 1 && file.agreed.at(id)) << id;
+        }
+    }
+
+    // The answers the cloud holds for this set, as id -> "Y"/"N".
+    std::map<std::string, std::string> Reported() {
+        std::map<std::string, std::string> terms;
+        const Json::Value record = CloudAgreements()["production"][kDuid]["terms"];
+        for (const auto& id : record.getMemberNames()) terms[id] = record[id]["agree"].asString();
+        return terms;
+    }
+
+    std::vector<Answers> m_answers;
+    std::atomic<int> m_acknowledged{0};
+    int m_kills = 0;
+    int m_checked = 0;
+    int m_lost = 0;
+};
+
+TEST_F(Crash, KilledAtRandomTheStoreKeepsEveryAcknowledgedAnswerAndReportsTheUnreported) {
+    const unsigned seed = std::random_device{}();
+    std::mt19937 random(seed);
+    std::printf("seed %u\n", seed);
+    Kill();
+    for (int cycle = 0; cycle < kKills; ++cycle) {
+        ASSERT_TRUE(Spawn());
+        if (cycle % 10 == 9) {
+            // Somewhere in the start: the store's open and checks, the mirror's rebuild, the first sync.
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 150));
+            Kill();
+            continue;
+        }
+        ASSERT_TRUE(WaitReady()) << m_host->Stderr();
+        CheckStore();
+        std::vector<std::thread> clients;
+        for (size_t k = 0; k < kOwnedIds.size(); ++k)
+            clients.emplace_back([this, k] { AnswerUntilKilled(k); });
+        // A wake-up on a live network syncs a new version beside the clients and their uploads.
+        Publish(R"({"id": ")" + std::string(kRepublished) + R"(", "version": ")" + std::to_string(cycle + 2) +
+                R"(.0"})");
+        m_calls.Control("wakeup");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20 + random() % 300));
+        Kill();
+        for (auto& client : clients) client.join();
+    }
+
+    // An answer the agreement server refused dies with the host unreported; the next start sends
+    // it with every other answer.
+    Fault(R"({"path": "agreement", "kind": "http_status", "status": 503})");
+    ASSERT_TRUE(Spawn());
+    ASSERT_TRUE(WaitReady()) << m_host->Stderr();
+    CheckStore();
+    const bool agreed = Reported()["tnc"] != "Y";
+    for (bool value : {!agreed, agreed}) {
+        Json::Value request = ParseText(R"({"method": "set one agreement", "request_item": "tnc"})");
+        request["is_agreed"] = value;
+        ASSERT_TRUE(Call(request)["result"].asBool());
+    }
+    m_answers[0].acked["tnc"] = agreed;
+    Kill();
+    EXPECT_NE(Reported()["tnc"], agreed ? "Y" : "N");
+    m_admin->Delete("/admin/fault");
+    ASSERT_TRUE(Spawn());
+    ASSERT_TRUE(WaitReady()) << m_host->Stderr();
+    CheckStore();
+    std::map<std::string, std::string> expected;
+    for (const auto& answers : m_answers) {
+        for (const auto& [id, acked] : answers.acked) expected[id] = acked ? "Y" : "N";
+    }
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            auto reported = Reported();
+            return std::all_of(expected.begin(), expected.end(),
+                               [&](const auto& entry) { return reported[entry.first] == entry.second; });
+        },
+        std::chrono::seconds(20)))
+        << ToLine(CloudAgreements());
+
+    std::printf("kills %d, answers acknowledged %d, answers checked %d, answers lost: %d\n", m_kills,
+                m_acknowledged.load(), m_checked, m_lost);
+    EXPECT_GE(m_kills, 50);
+    EXPECT_EQ(m_lost, 0);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo

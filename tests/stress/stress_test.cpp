@@ -1,0 +1,189 @@
+// Eight clients calling at once through the host's socket server while power, wake-up and
+// network changes arrive. The service and the server run in this process, so ThreadSanitizer
+// sees the connection threads, the workers, the network monitor and the upload worker; the
+// cloud plays the servers from its own process.
+#include "frames.h"
+#include "socket_server.h"
+#include "sync_fixture.h"
+
+#include <TarvoDataControlService.h>
+#include <TarvoExternalData.h>
+#include <TarvoInternalData.h>
+#include <TarvoNetworkInfo.h>
+#include <bracken/ser.h>
+#include <tarvo/platform.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include <unistd.h>
+
+namespace tarvo {
+namespace test {
+namespace {
+
+constexpr auto kRunFor = std::chrono::seconds(10);
+constexpr int kClients = 8;
+// A reply must come within this, however busy the service is: a call that waits longer is
+// taken for a deadlock.
+constexpr auto kAnswerBound = std::chrono::seconds(10);
+
+const char* const kCalls[] = {
+    R"({"method": "is service available"})",
+    R"({"method": "get disclaimer number", "requester": 4})",
+    R"({"method": "get disclaimer by order", "requester": 0, "request_index": 1})",
+    R"({"method": "get disclaimer by term id", "request_item": "tnc"})",
+    R"({"method": "get revised disclaimers"})",
+    R"({"method": "get country code list"})",
+    R"({"method": "set one agreement", "request_item": "pp", "is_agreed": true})",
+    R"({"method": "set one agreement", "request_item": "pp", "is_agreed": false})",
+    R"({"method": "set agreements", "agreements": [{"request_item": "tnc", "is_agreed": true},
+        {"request_item": "viewing", "is_agreed": true}]})",
+    R"({"method": "set all agreement", "is_agreed": false})",
+    R"({"method": "request update disclaimers", "request_from": "wizard-terms"})",
+    R"({"method": "request update disclaimers", "request_from": "settings"})",
+    R"({"method": "request country code list"})",
+    R"({"method": "Copy Clone Data TV to USB"})",
+    R"({"method": "Copy Clone Data USB to TV"})",
+};
+
+class Stress : public Sync {
+  protected:
+    void SetUp() override {
+        PrepareTelevision();
+        // Singletons are made without a lock and rely on their first call coming before any other
+        // thread's, so make them here, before the worker and the clients can race to make two.
+        CTarvoExternalData::GetInstance();
+        CTarvoInternalData::GetInstance();
+        CTarvoNetworkInfo::GetInstance();
+        // Never destroyed: its detached connection threads may outlive the test body.
+        m_server =
+            new host::SocketServer(host::FrameHandler(g_service_proxy, g_service_name), host::ServerLimits{});
+        bracken::ser::SetNotificationSink(
+            [server = m_server](const Sedge::TCMessage& m) { server->Broadcast(m); });
+        ASSERT_TRUE(g_service->Start());
+        std::string error;
+        ASSERT_TRUE(m_server->Open(DefaultSocket(m_root), error)) << error;
+        m_server->Serve();
+        ASSERT_TRUE(m_calls.Connect(DefaultSocket(m_root)));
+        ASSERT_TRUE(WaitUntil([&] { return Method("is service available")["result"].asBool(); }));
+    }
+
+    // The service has no end: let its queued work and its network monitor settle before the root
+    // is removed, so that nothing writes into it afterwards.
+    void TearDown() override {
+        if (m_server == nullptr) return;
+        m_server->Stop();
+        platform::SetNetworkDown();
+        const std::string log = m_root.At("/var/log/tarvo.log");
+        std::uintmax_t size = 0;
+        auto changed = std::chrono::steady_clock::now();
+        WaitUntil(
+            [&] {
+                std::error_code ignored;
+                const auto now = std::chrono::steady_clock::now();
+                if (const auto grown = std::filesystem::file_size(log, ignored); grown != size) {
+                    size = grown;
+                    changed = now;
+                }
+                return now - changed > std::chrono::seconds(1);
+            },
+            std::chrono::seconds(20));
+    }
+
+    // One frame's round trip on `client`: the answer must come in time, carry the frame's id
+    // and hold a reply (a JSON object, or null for the methods that answer nothing) or "ok".
+    void RoundTrip(HostClient& client, Json::Value frame, int id) {
+        frame["id"] = id;
+        const auto sent = std::chrono::steady_clock::now();
+        ASSERT_TRUE(client.Send(frame));
+        const auto answer = client.ReadFrame(kAnswerBound);
+        const auto took = std::chrono::steady_clock::now() - sent;
+        ASSERT_TRUE(answer) << "no answer within the bound to " << ToLine(frame);
+        ASSERT_TRUE(answer->isObject()) << ToLine(*answer);
+        EXPECT_EQ((*answer)["id"], id) << ToLine(*answer);
+        if (frame.isMember("call")) {
+            const Json::Value& reply = (*answer)["reply"];
+            EXPECT_TRUE(reply.isObject() || (answer->isMember("reply") && reply.isNull())) << ToLine(*answer);
+        } else {
+            EXPECT_TRUE((*answer)["ok"].asBool()) << ToLine(*answer);
+        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_slowest = std::max(m_slowest, took);
+        ++m_answered;
+    }
+
+    host::SocketServer* m_server = nullptr;
+    std::mutex m_mutex;  // guards m_slowest and m_answered
+    std::chrono::steady_clock::duration m_slowest{};
+    long m_answered = 0;
+};
+
+TEST_F(Stress, EightClientsUnderPowerAndNetworkChangesAreEachAnsweredInTimeWithJson) {
+    const auto deadline = std::chrono::steady_clock::now() + kRunFor;
+    std::atomic<long> notifications{0};
+    std::thread listener([&] {
+        HostClient client;
+        ASSERT_TRUE(client.Connect(DefaultSocket(m_root)));
+        ASSERT_TRUE(client.SendLine(R"({"id": 0, "subscribe": true})"));
+        while (std::chrono::steady_clock::now() < deadline) {
+            const auto frame = client.ReadFrame(std::chrono::milliseconds(200));
+            if (!frame || !frame->isMember("notification")) continue;
+            EXPECT_TRUE((*frame)["notification"].isObject()) << ToLine(*frame);
+            ++notifications;
+        }
+    });
+    std::vector<std::thread> clients;
+    for (int k = 0; k < kClients; ++k) {
+        clients.emplace_back([&, k] {
+            HostClient client;
+            ASSERT_TRUE(client.Connect(DefaultSocket(m_root)));
+            std::mt19937 random(k);
+            for (int id = 1; std::chrono::steady_clock::now() < deadline; ++id) {
+                Json::Value frame(Json::objectValue);
+                // One client also plays the power button; bit 30 keeps the store open.
+                if (k == 0 && id % 7 == 0) {
+                    frame["control"] = id % 14 == 0 ? "wakeup" : "power-off";
+                    frame["state"] = id % 14 == 0 ? 0 : 1073741824;
+                } else {
+                    frame["call"] = ParseText(kCalls[random() % std::size(kCalls)]);
+                }
+                RoundTrip(client, frame, id);
+                if (::testing::Test::HasFatalFailure()) return;
+            }
+        });
+    }
+    // The network manager: up and down, each change watched by the service's network monitor.
+    for (int i = 0; std::chrono::steady_clock::now() < deadline; ++i) {
+        EXPECT_TRUE(i % 2 == 0 ? platform::SetNetworkUp("ethernet") : platform::SetNetworkDown());
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    }
+    for (auto& client : clients) client.join();
+    listener.join();
+
+    EXPECT_TRUE(Method("is service available")["result"].asBool());
+    EXPECT_GT(notifications.load(), 0);
+    std::printf(
+        "answered %ld frames, slowest %lld ms, %ld notifications\n", m_answered,
+        static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(m_slowest).count()),
+        notifications.load());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo
+
+// The service has no orderly end: like the host, leave without running the libraries' destructors
+// under its threads (ThreadSanitizer still fails a run that raced).
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    const int result = RUN_ALL_TESTS();
+    std::fflush(stdout);
+    std::fflush(stderr);
+    _exit(result);
+}
