@@ -5,13 +5,11 @@ loopback and all ended at clean-up. Paths come from the environment that CMake s
 import importlib.util
 import json
 import os
-import select
 import shutil
 import signal
 import subprocess
 import tempfile
 import time
-import urllib.error
 import urllib.request
 
 import screen_data
@@ -49,25 +47,19 @@ def wait_until(condition, timeout=15.0, what="the condition"):
 class Process:
     """A child in a session of its own, output to files; SIGTERM then SIGKILL at stop."""
 
-    def __init__(self, argv, log_prefix, env=None, stdout_pipe=False, cwd=None):
+    def __init__(self, argv, log_prefix, env=None):
         self.log_prefix = log_prefix
-        self.err = open(log_prefix + ".err", "wb")
-        out = subprocess.PIPE if stdout_pipe else open(log_prefix + ".out", "wb")
-        self.proc = subprocess.Popen(argv, stdout=out, stderr=self.err, stdin=subprocess.DEVNULL,
-                                     env={**os.environ, **(env or {})}, start_new_session=True, cwd=cwd)
+        self.out, self.err = open(log_prefix + ".out", "wb"), open(log_prefix + ".err", "wb")
+        self.proc = subprocess.Popen(argv, stdout=self.out, stderr=self.err, stdin=subprocess.DEVNULL,
+                                     env={**os.environ, **(env or {})}, start_new_session=True)
 
     def first_line(self, timeout=10.0):
-        deadline = time.monotonic() + timeout
-        line = b""
-        while not line.endswith(b"\n"):
-            left = deadline - time.monotonic()
-            if left <= 0 or not select.select([self.proc.stdout], [], [], left)[0]:
-                raise AssertionError(f"{self.log_prefix}: no first line in {timeout:.0f} s")
-            chunk = os.read(self.proc.stdout.fileno(), 1)
-            if not chunk:
-                raise AssertionError(f"{self.log_prefix}: ended before its first line: {self.stderr()}")
-            line += chunk
-        return line.decode().strip()
+        def line():
+            assert self.running(), f"{self.log_prefix}: ended before its first line: {self.stderr()}"
+            with open(self.log_prefix + ".out") as f:
+                first = f.readline()
+            return first.strip() if first.endswith("\n") else None
+        return wait_until(line, timeout, f"the first line of {self.log_prefix}")
 
     def stderr(self):
         with open(self.log_prefix + ".err", "rb") as f:
@@ -84,9 +76,8 @@ class Process:
             except subprocess.TimeoutExpired:
                 os.killpg(self.proc.pid, signal.SIGKILL)
                 self.proc.wait(5)
+        self.out.close()
         self.err.close()
-        if self.proc.stdout:
-            self.proc.stdout.close()
 
 
 class Television:
@@ -146,7 +137,8 @@ class Television:
 
     def start_host(self):
         self.host = self._spawn([BIN["host"], "--module", BIN["module"], "--root", self.root], "host")
-        wait_until(lambda: not self.host.running() or self.ctl_ok("ping"), 20, "the host to answer a ping")
+        wait_until(lambda: not self.host.running() or self.ctl_run("ping").returncode == 0, 20,
+                   "the host to answer a ping")
         assert self.host.running(), self.host.stderr()
         available = '"result":true'
         wait_until(lambda: available in self.ctl_run("--json", "call", '{"method": "is service available"}').stdout,
@@ -157,7 +149,7 @@ class Television:
 
     def start_screen(self, socket=None):
         where = ["--socket", socket] if socket else ["--root", self.root]
-        self.screen = self._spawn([BIN["screen"], *where, "--port", "0"], "screen", stdout_pipe=True)
+        self.screen = self._spawn([BIN["screen"], *where, "--port", "0"], "screen")
         self.url = self.screen.first_line()
         assert self.url.startswith("http://127.0.0.1:"), self.url
 
@@ -206,9 +198,6 @@ class Television:
         assert done.returncode == 0, f"tarvoctl {' '.join(args)}: {done.returncode} {done.stderr}"
         return done.stdout
 
-    def ctl_ok(self, *args):
-        return self.ctl_run(*args).returncode == 0
-
     def ctl_json(self, *args):
         """Each line of `tarvoctl --json ...` as JSON."""
         return [json.loads(line) for line in self.ctl("--json", *args).splitlines() if line.strip()]
@@ -218,7 +207,7 @@ class Television:
 
     def uploaded(self):
         """What the agreement servers hold for this television: id to "Y" or "N"."""
-        held = self.admin("GET", "/admin/agreements") or {}
+        held = self.admin("GET", "/admin/agreements")
         terms = {}
         for deployment in held.values():
             for id_, term in deployment.get(DUID, {}).get("terms", {}).items():
@@ -229,17 +218,12 @@ class Television:
         self.ctl("update", "--from", "wizard-terms", "--timeout", "60", timeout=90)
 
     def admin(self, method, path, body=None):
-        """The cloud's admin answer as JSON, or None for 404 (an endpoint this cloud lacks)."""
+        """The cloud's admin answer as JSON."""
         data = json.dumps(body).encode() if body is not None else None
         request = urllib.request.Request(self.admin_url + path, data=data, method=method,
                                          headers={"Content-Type": "application/json"})
-        try:
-            with urllib.request.urlopen(request, timeout=10) as response:
-                return json.loads(response.read() or b"null")
-        except urllib.error.HTTPError as e:
-            if e.code == 404:
-                return None
-            raise AssertionError(f"{method} {path}: {e.code} {e.read()[:300]!r}")
+        with urllib.request.urlopen(request, timeout=10) as response:
+            return json.loads(response.read() or b"null")
 
     # ---- the page -----------------------------------------------------------------------------
 

@@ -3,7 +3,7 @@ host and cloud. Run one case: test_screen.py CASE (exit 77 when no browser is in
 
 import json
 import os
-import socket
+import socketserver
 import sys
 import threading
 import unittest
@@ -187,31 +187,18 @@ class OddHost(unittest.TestCase):
         self.tv.start_screen(socket=self.path)
 
     def serve_odd_host(self):
-        listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        listener.bind(self.path)
-        listener.listen()
-        self.addCleanup(listener.close)
-
-        def answer(connection):
-            with connection, connection.makefile("rw") as lines:
-                for line in lines:
+        class Odd(socketserver.StreamRequestHandler):
+            def handle(self):
+                for line in self.rfile:
                     frame = json.loads(line)
-                    if "call" in frame:
-                        reply = {"result": True, "disclaimers": "several"}
-                        lines.write(json.dumps({"id": frame["id"], "reply": reply}) + "\n")
-                    else:
-                        lines.write(json.dumps({"id": frame["id"], "ok": True}) + "\n")
-                    lines.flush()
+                    answer = {"reply": {"result": True, "disclaimers": "several"}} if "call" in frame else {"ok": True}
+                    self.wfile.write((json.dumps({"id": frame["id"], **answer}) + "\n").encode())
 
-        def accept():
-            while True:
-                try:
-                    connection, _ = listener.accept()
-                except OSError:
-                    return
-                threading.Thread(target=answer, args=(connection,), daemon=True).start()
-
-        threading.Thread(target=accept, daemon=True).start()
+        server = socketserver.ThreadingUnixStreamServer(self.path, Odd)
+        server.daemon_threads = True
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
 
     def test_no_host_then_a_reply_of_the_wrong_shape_and_no_call_from_elsewhere(self):
         tv = self.tv

@@ -1,11 +1,10 @@
 // The host killed with SIGKILL at random moments while clients answer, syncs merge and uploads
 // run: after every restart the store file is whole, holds each answer whose call had returned,
 // its vconf mirror is rebuilt from it, and what the cloud never got is reported.
+#include "disclaimer_rows.h"
 #include "sync_fixture.h"
 
 #include <signal.h>
-#include <sqlite3.h>
-#include <vconf.h>
 
 #include <algorithm>
 #include <atomic>
@@ -19,44 +18,12 @@ namespace test {
 namespace {
 
 constexpr int kKills = 55;
-constexpr char kDuid[] = "DUID-SYNC-TEST";
 // Each client answers its own records, so the last acknowledged value of each is known.
 const std::vector<std::vector<std::string>> kOwnedIds = {
     {"tnc", "viewing"}, {"pp", "billing"}, {"voice_new", "uhd_video"}};
 // Gets a new version in every cycle, so that the cycle's sync writes rows; none of the answered
 // records is republished, since a new version of those takes the answer of its snapshot.
 constexpr char kRepublished[] = "nuance";
-
-struct StoreFile {
-    std::string integrity;
-    std::map<std::string, bool> agreed;
-};
-
-// The file as SQLite sees it; the service may be writing, so wait out its locks.
-StoreFile ReadStoreFile(const std::string& path) {
-    StoreFile file;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_busy_timeout(db, 5000);
-        sqlite3_exec(
-            db, "PRAGMA integrity_check",
-            [](void* out, int, char** columns, char**) {
-                *static_cast<std::string*>(out) += columns[0] ? columns[0] : "";
-                return 0;
-            },
-            &file.integrity, nullptr);
-        sqlite3_exec(
-            db, "SELECT id, isAgreed FROM table_tarvo_data_disclaimer_info",
-            [](void* out, int, char** columns, char**) {
-                (*static_cast<std::map<std::string, bool>*>(out))[columns[0]] =
-                    columns[1] && columns[1][0] == '1';
-                return 0;
-            },
-            &file.agreed, nullptr);
-    }
-    sqlite3_close(db);
-    return file;
-}
 
 // One client's records: the last value the host acknowledged, and the one sent without a reply,
 // which the host may or may not have stored before it died.
@@ -139,40 +106,33 @@ class Crash : public Sync {
     // After a restart: the file is whole, every acknowledged answer is in it (or the newer one
     // sent without a reply), and the mirror the start rebuilt agrees with the table.
     void CheckStore() {
-        const StoreFile file =
-            ReadStoreFile(m_root.At("/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data/data.db"));
-        EXPECT_EQ(file.integrity, "ok");
+        EXPECT_EQ(QueryStore(m_root, "PRAGMA integrity_check"), std::vector<std::string>{"ok"});
+        std::map<std::string, bool> agreed;
+        for (const std::string& row :
+             QueryStore(m_root, "SELECT ifnull(isAgreed, 0) || id FROM table_tarvo_data_disclaimer_info")) {
+            agreed[row.substr(1)] = row[0] == '1';
+        }
         for (Answers& answers : m_answers) {
             for (auto& [id, acked] : answers.acked) {
-                const auto stored = file.agreed.find(id);
-                const bool kept = stored != file.agreed.end() &&
+                const auto stored = agreed.find(id);
+                const bool kept = stored != agreed.end() &&
                                   (stored->second == acked || stored->second == answers.pending[id]);
                 if (!kept) ++m_lost;
                 EXPECT_TRUE(kept) << id << " acknowledged as " << acked << " before kill " << m_kills;
-                if (stored != file.agreed.end()) acked = stored->second;
+                if (stored != agreed.end()) acked = stored->second;
                 answers.pending[id].reset();
                 ++m_checked;
             }
         }
-        char* text = vconf_get_str("db/tarvodatacontrol/disclaimeragrees");
-        const Json::Value mirror = ParseText(text ? text : "");
-        std::free(text);
+        const Json::Value mirror = ParseText(VconfText("db/tarvodatacontrol/disclaimeragrees"));
         for (const auto& answers : m_answers) {
             for (const auto& [id, acked] : answers.acked) {
                 EXPECT_EQ(mirror[id], acked ? "true" : "false") << id << " after kill " << m_kills;
             }
         }
         for (const auto& id : mirror.getMemberNames()) {
-            EXPECT_EQ(mirror[id] == "true", file.agreed.count(id) == 1 && file.agreed.at(id)) << id;
+            EXPECT_EQ(mirror[id] == "true", agreed.count(id) == 1 && agreed.at(id)) << id;
         }
-    }
-
-    // The answers the cloud holds for this set, as id -> "Y"/"N".
-    std::map<std::string, std::string> Reported() {
-        std::map<std::string, std::string> terms;
-        const Json::Value record = CloudAgreements()["production"][kDuid]["terms"];
-        for (const auto& id : record.getMemberNames()) terms[id] = record[id]["agree"].asString();
-        return terms;
     }
 
     std::vector<Answers> m_answers;

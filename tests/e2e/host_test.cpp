@@ -1,5 +1,7 @@
-// The host serving the echo module: the wire protocol, notifications, power controls,
-// start-up failures and its end on SIGTERM.
+// The host serving the echo module: the wire protocol, notifications, power controls, its end
+// on SIGTERM, and clients that misbehave (one that never reads, many at once, one that leaves a
+// line unfinished) without holding up the others. Then start-up failures, and the modes of the
+// files the real service makes.
 #include "host_client.h"
 #include "process.h"
 #include "tarvo_test.h"
@@ -9,21 +11,24 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tarvo {
 namespace test {
 namespace {
 
-Json::Value Request(const std::string& method) {
-    Json::Value request(Json::objectValue);
-    request["method"] = method;
-    return request;
+constexpr size_t kNone = std::string::npos;
+
+unsigned Mode(const std::string& path) {
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
-class HostProtocol : public ::testing::Test {
+class Host : public ::testing::Test {
   protected:
     void SetUp() override {
         m_host = StartHost(m_root, TARVO_ECHO_MODULE_PATH);
@@ -31,182 +36,208 @@ class HostProtocol : public ::testing::Test {
         ASSERT_TRUE(m_client.Connect(DefaultSocket(m_root)));
     }
 
+    // The frame that answers `line` on `client`; null when none comes.
+    static Json::Value Answer(HostClient& client, const std::string& line) {
+        EXPECT_TRUE(client.SendLine(line));
+        const auto frame = client.ReadFrame();
+        EXPECT_TRUE(frame) << "no answer to " << line.substr(0, 80);
+        return frame ? *frame : Json::Value();
+    }
+    Json::Value Answer(const std::string& line) { return Answer(m_client, line); }
+
     TempRoot m_root;
     std::unique_ptr<ChildProcess> m_host;
     HostClient m_client;
 };
 
-TEST_F(HostProtocol, CallsAreAnsweredWithTheirIdAndAThrowingCallGetsAnError) {
-    Json::Value request = Request("hello");
-    request["count"] = 3;
-    const auto answer = m_client.Call(request);
-    ASSERT_TRUE(answer);
-    EXPECT_EQ((*answer)["id"], 1);
-    EXPECT_EQ((*answer)["reply"]["echo"], request);
-    EXPECT_EQ((*answer)["reply"]["type"], "tarvodatacontrol");
+TEST_F(Host, CallsAreAnsweredWithTheirIdAndAThrowingCallGetsAnError) {
+    const Json::Value hello = Answer(R"({"id": 1, "call": {"method": "hello", "count": 3}})");
+    EXPECT_EQ(hello["id"], 1);
+    EXPECT_EQ(hello["reply"]["echo"], ParseLine(R"({"method": "hello", "count": 3})"));
+    EXPECT_EQ(hello["reply"]["type"], "tarvodatacontrol");
+    const Json::Value empty = Answer(R"({"id": 2, "call": {"method": "empty"}})");
+    EXPECT_TRUE(empty.isMember("reply") && empty["reply"].isNull()) << ToLine(empty);
+    const Json::Value typed = Answer(R"({"id": "text-id", "call": {"method": "typed"}, "type": "other"})");
+    EXPECT_EQ(typed["id"], "text-id");
+    EXPECT_EQ(typed["reply"]["type"], "other");
 
-    const auto empty = m_client.Call(Request("empty"));
-    ASSERT_TRUE(empty);
-    EXPECT_EQ((*empty)["id"], 2);
-    ASSERT_TRUE(empty->isMember("reply"));
-    EXPECT_TRUE((*empty)["reply"].isNull());
-
-    ASSERT_TRUE(m_client.SendLine(R"({"id": "text-id", "call": {"method": "typed"}, "type": "other"})"));
-    const auto typed_answer = m_client.ReadFrame();
-    ASSERT_TRUE(typed_answer);
-    EXPECT_EQ((*typed_answer)["id"], "text-id");
-    EXPECT_EQ((*typed_answer)["reply"]["type"], "other");
-
-    const auto failed = m_client.Call(Request("throw"));
-    ASSERT_TRUE(failed);
-    EXPECT_EQ((*failed)["id"], 3);
-    EXPECT_EQ((*failed)["error"], "echo module refuses to answer");
-    EXPECT_FALSE(failed->isMember("reply"));
-
-    const auto next = m_client.Call(Request("after"));
-    ASSERT_TRUE(next);
-    EXPECT_EQ((*next)["reply"]["echo"]["method"], "after");
-    EXPECT_TRUE(WaitUntil([&] {
-        return ReadFile(m_root.At("/var/log/tarvo.log")).find("echo module refuses") != std::string::npos;
-    }));
+    const Json::Value failed = Answer(R"({"id": 3, "call": {"method": "throw"}})");
+    EXPECT_EQ(failed["id"], 3);
+    EXPECT_EQ(failed["error"], "echo module refuses to answer");
+    EXPECT_FALSE(failed.isMember("reply"));
+    EXPECT_EQ(Answer(R"({"id": 4, "call": {"method": "after"}})")["reply"]["echo"]["method"], "after");
+    EXPECT_TRUE(WaitUntil(
+        [&] { return ReadFile(m_root.At("/var/log/tarvo.log")).find("echo module refuses") != kNone; }));
 }
 
-TEST_F(HostProtocol, MalformedLinesGetErrorFramesAndTheConnectionStaysOpen) {
+TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpen) {
     // A call line of `size` bytes in all.
     auto sized = [](int id, size_t size) {
         std::string line = R"({"id": )" + std::to_string(id) + R"(, "call": {"method": ")";
         return line + std::string(size - line.size() - 3, 'x') + R"("}})";
     };
-    const std::pair<std::string, Json::Value> cases[] = {
-        {"this is no json", Json::Value()},
-        {"[1, 2, 3]", Json::Value()},
-        {R"({"id": 7, "call": {"method": "x"})", Json::Value()},
-        {R"({"id": 8, "unknown": true})", 8},
-        {R"({"id": 9, "call": "not an object"})", 9},
-        {R"({"id": 10, "control": "reboot"})", 10},
-        {R"({"id": 11, "control": "power-off", "state": "high"})", 11},
-        {R"({"id": 12, "subscribe": false})", 12},
-        {sized(13, 1024 * 1024 + 1), Json::Value()},
+    struct Bad {
+        std::string line;
+        Json::Value id;
+        std::string error;  // the whole error, or a part of it when `part`
+        bool part = false;
     };
-    for (const auto& [line, id] : cases) {
-        ASSERT_TRUE(m_client.SendLine(line));
-        const auto answer = m_client.ReadFrame();
-        ASSERT_TRUE(answer) << line.substr(0, 80);
-        EXPECT_EQ((*answer)["id"], id) << line.substr(0, 80);
-        EXPECT_TRUE((*answer)["error"].isString()) << line.substr(0, 80);
-    }
-
-    // A line of just the limit is still a frame.
-    ASSERT_TRUE(m_client.SendLine(sized(14, 1024 * 1024)));
-    const auto big = m_client.ReadFrame();
-    ASSERT_TRUE(big);
-    EXPECT_EQ((*big)["reply"]["echo"]["method"].asString().size(), 1024u * 1024u - 34u);
-
-    const auto after = m_client.Call(Request("still-open"));
-    ASSERT_TRUE(after);
-    EXPECT_EQ((*after)["reply"]["echo"]["method"], "still-open");
-}
-
-TEST_F(HostProtocol, FramesThatAreNotUtf8AreRefusedAndErrorsNameTheMemberAndItsType) {
-    const std::string bad_ids[] = {"\xff",     "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
-                                   "\xe2\x82", "\\udc00"};
-    for (const auto& id : bad_ids) {
-        ASSERT_TRUE(m_client.SendLine(R"({"id": ")" + id + R"(", "call": {"method": "x"}})"));
-        const auto answer = m_client.ReadFrame();
-        ASSERT_TRUE(answer);
-        EXPECT_TRUE((*answer)["id"].isNull()) << ToLine(*answer);
-        EXPECT_NE((*answer)["error"].asString().find("UTF-8"), std::string::npos) << ToLine(*answer);
-    }
-    // Characters outside ASCII are echoed whole.
-    ASSERT_TRUE(m_client.SendLine("{\"id\": \"caf\xc3\xa9 \xf0\x9f\x93\xba\", \"control\": \"ping\"}"));
-    const auto wide = m_client.ReadFrame();
-    ASSERT_TRUE(wide);
-    EXPECT_EQ((*wide)["id"], "caf\xc3\xa9 \xf0\x9f\x93\xba");
-
-    const std::pair<std::string, std::string> cases[] = {
-        {R"({"id": 4, "call": "hello"})", R"(member "call" must be an object, got a string)"},
-        {R"({"id": 4, "call": {}, "type": 7})", R"(member "type" must be a string, got 7)"},
-        {R"({"id": 4, "subscribe": false})", R"(member "subscribe" must be true, got false)"},
-        {R"({"id": 4, "control": ["ping"]})", R"(member "control" must be a string, got an array)"},
-        {R"({"id": 4, "control": "wakeup", "state": "7"})",
+    const Bad bad[] = {
+        {"this is no json", Json::Value(), "", true},
+        {"[1, 2, 3]", Json::Value(), "the frame must be a JSON object, got an array"},
+        {R"({"id": 7, "call": {"method": "x"})", Json::Value(), "", true},
+        {R"({"id": 8, "unknown": true})", 8, "", true},
+        {R"({"id": 9, "call": "not an object"})", 9, R"(member "call" must be an object, got a string)"},
+        {R"({"id": 10, "control": "reboot"})", 10, "", true},
+        {R"({"id": 11, "control": "power-off", "state": "high"})", 11, "", true},
+        {R"({"id": 12, "subscribe": false})", 12, R"(member "subscribe" must be true, got false)"},
+        {R"({"id": 4, "call": {}, "type": 7})", 4, R"(member "type" must be a string, got 7)"},
+        {R"({"id": 4, "control": ["ping"]})", 4, R"(member "control" must be a string, got an array)"},
+        {R"({"id": 4, "control": "wakeup", "state": "7"})", 4,
          R"(member "state" must be a whole number from -2147483648 to 2147483647, got a string)"},
-        {R"([4])", "the frame must be a JSON object, got an array"},
+        {sized(13, 1024 * 1024 + 1), Json::Value(), "", true},
+        // Not UTF-8: overlong, a surrogate, beyond U+10FFFF, cut short, an escaped lone surrogate.
+        {"{\"id\": \"\xff\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        {"{\"id\": \"\xc0\xaf\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        {"{\"id\": \"\xed\xa0\x80\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        {"{\"id\": \"\xf4\x90\x80\x80\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        {"{\"id\": \"\xe2\x82\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        {R"({"id": "\udc00", "call": {}})", Json::Value(), "UTF-8", true},
     };
-    for (const auto& [line, error] : cases) {
-        ASSERT_TRUE(m_client.SendLine(line));
-        const auto answer = m_client.ReadFrame();
-        ASSERT_TRUE(answer);
-        EXPECT_EQ((*answer)["error"], error) << line;
+    for (const Bad& b : bad) {
+        const Json::Value answer = Answer(b.line);
+        EXPECT_EQ(answer["id"], b.id) << b.line.substr(0, 80);
+        EXPECT_TRUE(answer["error"].isString()) << b.line.substr(0, 80);
+        const std::string error = answer["error"].asString();
+        EXPECT_TRUE(b.part ? error.find(b.error) != kNone : error == b.error)
+            << b.line.substr(0, 80) << error;
     }
+
+    // A line of just the limit is still a frame, and characters outside ASCII are echoed whole.
+    EXPECT_EQ(Answer(sized(14, 1024 * 1024))["reply"]["echo"]["method"].asString().size(),
+              1024u * 1024u - 34u);
+    EXPECT_EQ(Answer("{\"id\": \"caf\xc3\xa9 \xf0\x9f\x93\xba\", \"control\": \"ping\"}")["id"],
+              "caf\xc3\xa9 \xf0\x9f\x93\xba");
 }
 
-TEST_F(HostProtocol, NotificationsReachSubscribersOnly) {
+TEST_F(Host, NotificationsReachSubscribersOnly) {
     HostClient listener;
     ASSERT_TRUE(listener.Connect(DefaultSocket(m_root)));
-    ASSERT_TRUE(listener.SendLine(R"({"id": 5, "subscribe": true})"));
-    const auto ok = listener.ReadFrame();
-    ASSERT_TRUE(ok);
-    EXPECT_EQ((*ok)["id"], 5);
-    EXPECT_EQ((*ok)["ok"], true);
+    const Json::Value ok = Answer(listener, R"({"id": 5, "subscribe": true})");
+    EXPECT_EQ(ok["id"], 5);
+    EXPECT_EQ(ok["ok"], true);
 
-    const auto reply = m_client.Call(Request("notify"));
-    ASSERT_TRUE(reply);
-    EXPECT_FALSE(reply->isMember("notification"));
-    EXPECT_EQ((*reply)["reply"]["echo"]["method"], "notify");
-
+    const Json::Value reply = Answer(R"({"id": 1, "call": {"method": "notify"}})");
+    EXPECT_FALSE(reply.isMember("notification"));
+    EXPECT_EQ(reply["reply"]["echo"]["method"], "notify");
     const auto notification = listener.ReadFrame();
     ASSERT_TRUE(notification);
     EXPECT_EQ((*notification)["type"], "tarvodatacontrol");
     EXPECT_EQ((*notification)["notification"]["name"], "echo_notified");
     EXPECT_FALSE(notification->isMember("id"));
-
     // The caller did not subscribe: nothing more comes to it.
     EXPECT_FALSE(m_client.ReadFrame(std::chrono::milliseconds(300)));
 
     // A subscriber that calls gets its reply and the notification as separate frames.
-    const auto own = listener.Call(Request("notify"));
-    ASSERT_TRUE(own);
+    const Json::Value own = Answer(listener, R"({"id": 6, "call": {"method": "notify"}})");
     const auto second = listener.ReadFrame();
     ASSERT_TRUE(second);
-    const bool reply_first = own->isMember("reply");
-    EXPECT_TRUE(reply_first ? second->isMember("notification") : (*second)["reply"].isObject());
+    EXPECT_TRUE(own.isMember("reply") ? second->isMember("notification") : (*second)["reply"].isObject());
 }
 
-TEST_F(HostProtocol, PowerControlsReachTheModuleInOrderWithTheirState) {
+TEST_F(Host, PowerControlsReachTheModuleInOrderWithTheirStateAndSigtermEndsItCleanly) {
     // Without a state, the state is 0.
-    ASSERT_TRUE(m_client.SendLine(R"({"id": 1, "control": "power-off"})"));
-    const auto first = m_client.ReadFrame();
-    ASSERT_TRUE(first);
-    EXPECT_EQ((*first)["ok"], true);
-
+    EXPECT_EQ(Answer(R"({"id": 1, "control": "power-off"})")["ok"], true);
     ASSERT_TRUE(m_client.Control("wakeup", 7));
-    const auto last = m_client.Control("power-off", 1 << 30);
-    ASSERT_TRUE(last);
-    EXPECT_EQ((*last)["ok"], true);
+    EXPECT_EQ(m_client.Control("power-off", 1 << 30).value_or(Json::Value())["ok"], true);
+    EXPECT_EQ(Answer(R"({"id": 2, "call": {"method": "power-log"}})")["reply"]["log"],
+              ParseLine(R"(["power-off:0", "wakeup:7", "power-off:1073741824"])"));
 
-    const auto log = m_client.Call(Request("power-log"));
-    ASSERT_TRUE(log);
-    const Json::Value& entries = (*log)["reply"]["log"];
-    ASSERT_EQ(entries.size(), 3u);
-    EXPECT_EQ(entries[0], "power-off:0");
-    EXPECT_EQ(entries[1], "wakeup:7");
-    EXPECT_EQ(entries[2], "power-off:" + std::to_string(1 << 30));
-}
-
-TEST_F(HostProtocol, SigtermEndsTheHostCleanlyAndRemovesItsSocket) {
-    struct stat st {};
-    ASSERT_EQ(stat(DefaultSocket(m_root).c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(Mode(DefaultSocket(m_root)), 0600u);
     EXPECT_NE(
         m_host->Stderr().find("tarvo-service-host: serving tarvodatacontrol on " + DefaultSocket(m_root)),
-        std::string::npos);
-
+        kNone);
     ASSERT_TRUE(m_host->Signal(SIGTERM));
-    const auto code = m_host->Wait(std::chrono::seconds(10));
-    ASSERT_TRUE(code);
-    EXPECT_EQ(*code, 0);
+    EXPECT_EQ(m_host->Wait(std::chrono::seconds(10)), 0);
     EXPECT_FALSE(std::filesystem::exists(DefaultSocket(m_root)));
     EXPECT_FALSE(m_client.ReadFrame(std::chrono::milliseconds(500)));
+}
+
+TEST_F(Host, ASubscriberThatNeverReadsHoldsUpNoCallerAndIsClosedWithAnError) {
+    HostClient stalled;
+    ASSERT_TRUE(stalled.Connect(DefaultSocket(m_root)));
+    ASSERT_TRUE(Answer(stalled, R"({"id": 1, "subscribe": true})")["ok"].asBool());
+
+    // Each call notifies; the stalled subscriber reads none of it.
+    int answered = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const auto answer = m_client.Call(ParseLine(R"({"method": "notify"})"));
+        if (!answer || !answer->isMember("reply")) break;
+        ++answered;
+    }
+    EXPECT_EQ(answered, 3000);
+
+    std::vector<Json::Value> frames;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < deadline) {
+        const auto frame = stalled.ReadFrame(std::chrono::seconds(5));
+        if (!frame) break;
+        frames.push_back(*frame);
+    }
+    ASSERT_FALSE(frames.empty());
+    EXPECT_TRUE(frames.back()["id"].isNull());
+    EXPECT_NE(frames.back()["error"].asString().find("unread"), kNone) << ToLine(frames.back());
+    EXPECT_LT(frames.size(), 3000u);
+    for (size_t i = 0; i + 1 < frames.size(); ++i) ASSERT_TRUE(frames[i].isMember("notification")) << i;
+}
+
+TEST_F(Host, ABurstOfConnectsGetsThroughAndThoseBeyondTheLimitAreRefused) {
+    std::vector<std::unique_ptr<HostClient>> clients;
+    for (int i = 0; i < 200; ++i) {
+        clients.push_back(std::make_unique<HostClient>());
+        ASSERT_TRUE(clients.back()->Connect(DefaultSocket(m_root))) << "connect " << i;
+    }
+    int served = 0;
+    int refused = 0;
+    for (const auto& client : clients) {
+        // A refused client is answered and closed at once: its own line may not get through.
+        client->SendLine(R"({"id": 1, "control": "ping"})");
+        const Json::Value frame = client->ReadFrame().value_or(Json::Value());
+        if (frame["ok"].asBool()) ++served;
+        if (frame["error"].isString()) ++refused;
+    }
+    clients.clear();
+    EXPECT_EQ(served + refused, 200);
+    EXPECT_LE(served, 64);
+    EXPECT_GE(served, 60);
+
+    // The slots come back once those clients have gone.
+    EXPECT_TRUE(WaitUntil([&] {
+        HostClient late;
+        const auto pong = late.Connect(DefaultSocket(m_root)) ? late.Control("ping") : std::nullopt;
+        return pong && (*pong)["ok"].asBool();
+    }));
+}
+
+class HostWithLineTimeout : public Host {
+  protected:
+    void SetUp() override {
+        setenv("TARVO_HOST_LINE_TIMEOUT_MS", "300", 1);
+        Host::SetUp();
+    }
+};
+
+TEST_F(HostWithLineTimeout, AnUnfinishedLineClosesItsConnectionWhileAnIdleOneStaysOpen) {
+    HostClient partial;
+    ASSERT_TRUE(partial.Connect(DefaultSocket(m_root)));
+    partial.SendText(R"({"id": 1, "call": {"method": ")" + std::string(512 * 1024, 'x'));
+    const auto error = partial.ReadFrame();
+    ASSERT_TRUE(error);
+    EXPECT_TRUE((*error)["id"].isNull());
+    EXPECT_NE((*error)["error"].asString().find("unfinished"), kNone) << ToLine(*error);
+    EXPECT_FALSE(partial.ReadFrame());
+    // m_client has been idle all along, with no line begun.
+    EXPECT_EQ(Answer(R"({"id": 2, "control": "ping"})")["ok"], true);
 }
 
 class HostStartUp : public ::testing::Test {
@@ -223,24 +254,21 @@ class HostStartUp : public ::testing::Test {
 TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndReplacedWhenStale) {
     const auto missing = RunHost({"--module", m_root.At("/no/such/module.so"), "--root", m_root.Path()});
     EXPECT_NE(missing.exit_code.value_or(0), 0);
-    EXPECT_NE(missing.err.find("cannot load module"), std::string::npos) << missing.err;
+    EXPECT_NE(missing.err.find("cannot load module"), kNone) << missing.err;
 
     const auto broken = RunHost({"--module", TARVO_BROKEN_MODULE_PATH, "--root", m_root.Path()});
     EXPECT_NE(broken.exit_code.value_or(0), 0);
-    EXPECT_NE(broken.err.find("g_service"), std::string::npos) << broken.err;
+    EXPECT_NE(broken.err.find("g_service"), kNone) << broken.err;
     EXPECT_FALSE(std::filesystem::exists(DefaultSocket(m_root)));
 
-    const auto usage = RunHost({"--root", m_root.Path()});
-    EXPECT_EQ(usage.exit_code, 2);
+    EXPECT_EQ(RunHost({"--root", m_root.Path()}).exit_code, 2);
 
     // A socket in a new folder gets a private folder, and a stale socket is replaced.
     const std::string socket = m_root.At("/private/sockets/host.sock");
     {
         auto host = StartHost(m_root, TARVO_ECHO_MODULE_PATH, socket);
         ASSERT_NE(host, nullptr);
-        struct stat st {};
-        ASSERT_EQ(stat(m_root.At("/private/sockets").c_str(), &st), 0);
-        EXPECT_EQ(st.st_mode & 0777, 0700u);
+        EXPECT_EQ(Mode(m_root.At("/private/sockets")), 0700u);
         // Killed without a chance to clean up, it leaves its socket behind.
         ASSERT_TRUE(host->Signal(SIGKILL));
         ASSERT_TRUE(host->Wait(std::chrono::seconds(10)));
@@ -253,7 +281,24 @@ TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndRepla
     const auto second =
         RunHost({"--module", TARVO_ECHO_MODULE_PATH, "--root", m_root.Path(), "--socket", socket});
     EXPECT_NE(second.exit_code.value_or(0), 0);
-    EXPECT_NE(second.err.find("already serving"), std::string::npos) << second.err;
+    EXPECT_NE(second.err.find("already serving"), kNone) << second.err;
+}
+
+TEST_F(HostStartUp, TheRealServicesStoreAndRunArePrivateWhileKeysAndTheLogStayReadable) {
+    m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
+    // A log that this process made would carry this process's umask, not the host's.
+    std::filesystem::remove(m_root.At("/var/log/tarvo.log"));
+    const auto host = StartHost(m_root, TARVO_MODULE_PATH);
+    ASSERT_NE(host, nullptr);
+    const std::string store = m_root.At("/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data/data.db");
+    const std::string key = m_root.At("/var/vconf/db/tarvodatacontrol/data_db_reset");
+    ASSERT_TRUE(WaitUntil([&] { return std::filesystem::exists(store) && std::filesystem::exists(key); }));
+    EXPECT_EQ(Mode(store), 0600u);
+    // The test's root made it 0755 before the host started.
+    EXPECT_EQ(Mode(m_root.At("/run")), 0700u);
+    EXPECT_EQ(Mode(key), 0644u);
+    EXPECT_EQ(Mode(m_root.At("/var/vconf/db/tarvodatacontrol")), 0755u);
+    EXPECT_EQ(Mode(m_root.At("/var/log/tarvo.log")), 0644u);
 }
 
 }  // namespace

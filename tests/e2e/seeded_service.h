@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -68,26 +67,6 @@ inline Json::Value Method(const std::string& name) {
     Json::Value request(Json::objectValue);
     request["method"] = name;
     return request;
-}
-
-inline std::string VconfText(const char* key) {
-    char* value = vconf_get_str(key);
-    std::string text = value != nullptr ? value : "<unset>";
-    std::free(value);
-    return text;
-}
-
-inline int VconfNumber(const char* key) {
-    int value = -99;
-    vconf_get_int(key, &value);
-    return value;
-}
-
-inline std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
 }
 
 class SeededService : public ::testing::Test {

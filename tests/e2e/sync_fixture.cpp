@@ -52,7 +52,7 @@ void Sync::PrepareTelevision() {
     SetVconf("db/nimbra/gpmurl/apps", "http://127.0.0.1:" + std::to_string(m_openapiPort));
     SetVconf("db/nimbra/countrycode", "US");
     SetVconf("db/nimbra/modelid", "UN55TU8000");
-    SetVconf("db/nimbra/duid", "DUID-SYNC-TEST");
+    SetVconf("db/nimbra/duid", kSyncDuid);
     SetVconf("db/menu_widget/language", "en_US.utf8");
     m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
 }
@@ -120,12 +120,12 @@ std::map<std::string, Json::Value> Sync::Listed() {
     return listed;
 }
 
-void Sync::Agree(const std::vector<std::string>& ids) {
+void Sync::Agree(const std::vector<std::string>& ids, bool agreed) {
     Json::Value request = ParseText(R"({"method": "set agreements"})");
     for (const auto& id : ids) {
         Json::Value item(Json::objectValue);
         item["request_item"] = id;
-        item["is_agreed"] = true;
+        item["is_agreed"] = agreed;
         request["agreements"].append(item);
     }
     Call(request);
@@ -140,12 +140,6 @@ void Sync::BringNetworkUp() {
 
 void Sync::SetVconf(const std::string& key, const std::string& value) {
     ASSERT_EQ(vconf_set_str(key.c_str(), value.c_str()), 0) << key;
-}
-
-int Sync::VconfInt(const std::string& key) {
-    int value = -1;
-    vconf_get_int(key.c_str(), &value);
-    return value;
 }
 
 Json::Value Sync::CloudRequests() {
@@ -163,6 +157,13 @@ Json::Value Sync::CloudAgreements() {
 }
 
 void Sync::ClearCloudAgreements() { ASSERT_TRUE(m_admin->Delete("/admin/agreements")); }
+
+std::map<std::string, std::string> Sync::Reported(const std::string& deployment) {
+    std::map<std::string, std::string> terms;
+    const Json::Value record = CloudAgreements()[deployment][kSyncDuid]["terms"];
+    for (const auto& id : record.getMemberNames()) terms[id] = record[id]["agree"].asString();
+    return terms;
+}
 
 Json::Value Sync::CloudLogEvents() {
     const auto listed = m_admin->Get("/admin/log-events");

@@ -20,6 +20,8 @@
 namespace tarvo {
 namespace test {
 
+constexpr const char* kSyncDuid = "DUID-SYNC-TEST";
+
 class Sync : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -40,17 +42,18 @@ class Sync : public ::testing::Test {
     Json::Value Notification(const std::string& name);
     // Every disclaimer the store holds for requester 4, by id.
     std::map<std::string, Json::Value> Listed();
-    // Agrees to `ids` and takes the change notification that follows.
-    void Agree(const std::vector<std::string>& ids);
+    // Answers `ids` in one list and takes the change notification that follows.
+    void Agree(const std::vector<std::string>& ids, bool agreed = true);
     void BringNetworkUp();
     void SetVconf(const std::string& key, const std::string& value);
-    int VconfInt(const std::string& key);
 
     Json::Value CloudRequests();
     void ClearCloudRequests();
     // {"production": {DUID: {...}}, "staging": {...}}: the uploads the cloud accepted.
     Json::Value CloudAgreements();
     void ClearCloudAgreements();
+    // The answers the cloud holds for this television in `deployment`, as id -> "Y"/"N".
+    std::map<std::string, std::string> Reported(const std::string& deployment = "production");
     // Every usage event the cloud's log servers received, oldest first.
     Json::Value CloudLogEvents();
     void ClearCloudLogEvents();

@@ -38,25 +38,6 @@ TEST_F(Sync, ComingOnlineFillsTheEmptyStoreAndAWakeupWithNothingNewFetchesOnlyTh
     EXPECT_TRUE(Listed()["tnc"]["is_agreed"].asBool());
 }
 
-TEST_F(Sync, TarvoctlUpdateWaitsForTheOutcomeAndThenListsTheRecords) {
-    auto update = [&](const std::string& name) {
-        return RunProgram({TARVO_CTL_BIN, "update", "--from", "wizard-terms", "--timeout", "20"}, {},
-                          m_root.Path() + "/" + name);
-    };
-    Fault(R"({"path": "checkversion", "kind": "stat_error", "code": "7001"})");
-    const RunResult failed = update("ctl-failed");
-    EXPECT_EQ(failed.exit_code, 1);
-    EXPECT_NE(failed.err.find("error_code 7001"), std::string::npos) << failed.err;
-
-    m_admin->Delete("/admin/fault");
-    const RunResult done = update("ctl-done");
-    EXPECT_EQ(done.exit_code, 0) << done.err;
-    EXPECT_NE(done.out.find("fetched now"), std::string::npos) << done.out;
-    EXPECT_NE(done.out.find("tnc"), std::string::npos) << done.out;
-    EXPECT_NE(done.out.find(DataDisclaimer("US", "tnc")["texts"]["en"]["title"].asString()),
-              std::string::npos);
-}
-
 // A store filled by a first request (both answers fetched), with the cloud's record cleared.
 class SyncFilled : public Sync {
   protected:
@@ -103,7 +84,7 @@ TEST_F(SyncFilled, NewVersionsKeepTheBaseAnswersButDropAndReviseAnyOther) {
     const Json::Value revised = Method("get revised disclaimers")["disclaimers"];
     ASSERT_EQ(revised.size(), 1u);
     EXPECT_EQ(revised[0]["id"], "viewing");
-    EXPECT_TRUE(WaitUntil([&] { return VconfInt("db/tarvodatacontrol/disclaimer_revised") == 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return VconfNumber("db/tarvodatacontrol/disclaimer_revised") == 1; }));
 }
 
 TEST_F(SyncFilled, TheStoreAnswersWhileItFitsAndACountryChangeClearsAndRefillsIt) {

@@ -183,21 +183,26 @@ class TarvoctlUpdate : public Sync {
 };
 
 TEST_F(TarvoctlUpdate, TellsWhereTheAnswerCameFromAndWhyAFetchFailed) {
-    Fault(R"({"path": "checkversion", "kind": "drop"})");
-    const auto dropped = Ctl({"update", "--timeout", "20"});
-    EXPECT_EQ(dropped.exit_code, 1);
-    EXPECT_NE(dropped.err.find("the version check failed: CURLE_"), kNone) << dropped.err;
-    // The service keeps its last code, so the next failure reports the transfer error again.
-    Fault(R"({"path": "checkversion", "kind": "not_json"})");
-    const auto not_json = Ctl({"update", "--timeout", "20"});
-    EXPECT_EQ(not_json.exit_code, 1);
-    EXPECT_NE(not_json.err.find("the server's answer was not JSON"), kNone) << not_json.err;
-    EXPECT_NE(not_json.err.find("may be left from an earlier failure"), kNone) << not_json.err;
+    // The service keeps its last code, so a failure without one reports the one before it.
+    const char* const failures[][3] = {
+        {R"({"path": "checkversion", "kind": "stat_error", "code": "7001"})", "error_code 7001", ""},
+        {R"({"path": "checkversion", "kind": "drop"})", "the version check failed: CURLE_", ""},
+        {R"({"path": "checkversion", "kind": "not_json"})", "the server's answer was not JSON",
+         "may be left from an earlier failure"},
+    };
+    for (const auto& [fault, words, more] : failures) {
+        Fault(fault);
+        const auto failed = Ctl({"update", "--timeout", "20"});
+        EXPECT_EQ(failed.exit_code, 1) << fault;
+        EXPECT_NE(failed.err.find(words), kNone) << failed.err;
+        EXPECT_NE(failed.err.find(more), kNone) << failed.err;
+    }
 
     m_admin->Delete("/admin/fault");
     const auto fetched = Ctl({"update", "--timeout", "20"});
     EXPECT_EQ(fetched.exit_code, 0) << fetched.err;
     EXPECT_EQ(fetched.out.find("fetched now, because the store held no disclaimers"), 0u) << fetched.out;
+    EXPECT_NE(fetched.out.find(DataDisclaimer("US", "tnc")["texts"]["en"]["title"].asString()), kNone);
     Publish(R"({"country": "US", "id": "tnc", "version": "9.0"})");
     ClearCloudRequests();
     const auto stored = Ctl({"--json", "update", "--timeout", "20"});

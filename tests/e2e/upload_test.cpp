@@ -11,8 +11,6 @@ namespace tarvo {
 namespace test {
 namespace {
 
-constexpr char kDuid[] = "DUID-SYNC-TEST";
-
 class Upload : public Sync {
   protected:
     void SetUp() override { PrepareTelevision(); }
@@ -40,14 +38,6 @@ class Upload : public Sync {
         return puts;
     }
 
-    // The terms the cloud holds for this set in `deployment`, as id -> "Y"/"N".
-    std::map<std::string, std::string> Reported(const std::string& deployment) {
-        std::map<std::string, std::string> terms;
-        const Json::Value record = CloudAgreements()[deployment][kDuid]["terms"];
-        for (const auto& id : record.getMemberNames()) terms[id] = record[id]["agree"].asString();
-        return terms;
-    }
-
     // The cloud holds the answer and the service has finished marking what it reported.
     bool WaitReported(const std::string& deployment, const std::string& id, const std::string& letter) {
         return WaitUntil([&] { return Reported(deployment)[id] == letter; }, std::chrono::seconds(20)) &&
@@ -57,14 +47,6 @@ class Upload : public Sync {
     bool WaitUploadsEnded() {
         return WaitUntil(
             [&] { return LogCount("m_easyHandle reset") == LogCount("m_easyHandle Initialize"); });
-    }
-
-    void SetAnswer(const std::string& id, bool agreed) {
-        Json::Value request = ParseText(R"({"method": "set one agreement"})");
-        request["request_item"] = id;
-        request["is_agreed"] = agreed;
-        Call(request);
-        Notification("new_disclaimer_agree_changed");
     }
 
     // What the cloud must have received for the store's current answers.
@@ -112,8 +94,8 @@ TEST_F(Upload, AnswersGivenOfflineGoOutSignedForEachDeploymentAndOnlyOnce) {
             profile["network"]["up"] = false;
         });
         Restart();
-        SetAnswer("tnc", d.agreed);
-        SetAnswer("pp", d.agreed);
+        Agree({"tnc"}, d.agreed);
+        Agree({"pp"}, d.agreed);
         ClearCloudRequests();
         BringNetworkUp();
         const std::string letter = d.agreed ? "Y" : "N";
@@ -130,11 +112,11 @@ TEST_F(Upload, AnswersGivenOfflineGoOutSignedForEachDeploymentAndOnlyOnce) {
         EXPECT_EQ(put["body"], document);
         const Json::Value& headers = put["headers"];
         EXPECT_EQ(headers["Content-Type"], "application/xml;charset=UTF-8");
-        EXPECT_EQ(headers["DUID"], kDuid);
+        EXPECT_EQ(headers["DUID"], kSyncDuid);
         EXPECT_EQ(headers["Country"], "US");
         EXPECT_EQ(headers["ModelID"], "UN55TU8000");
         EXPECT_EQ(headers["Signature"],
-                  Sha1Hex(std::string(kDuid) + "+US+UN55TU8000+++" + letters + "+" + d.key));
+                  Sha1Hex(std::string(kSyncDuid) + "+US+UN55TU8000+++" + letters + "+" + d.key));
 
         // Everything is reported: a new start sends nothing.
         ClearCloudRequests();
@@ -169,14 +151,14 @@ TEST_F(Upload, EveryServerFaultLeavesAnswersUnreportedUntilTheNextChange) {
         }
         Fault(ToLine(form));
         const size_t failures = LogCount("Agreement Server Connection Fail!");
-        SetAnswer("tnc", agreed);
+        Agree({"tnc"}, agreed);
         ASSERT_TRUE(WaitUntil([&] { return LogCount("Agreement Server Connection Fail!") > failures; }));
         EXPECT_NE(Reported("production")["tnc"], letter);
 
         // The next change, with the server healed, carries every answer and reports them.
         m_admin->Delete("/admin/fault");
         m_root.EditProfile([](Json::Value& profile) { profile["curl"]["write_block"] = 16384; });
-        SetAnswer("pp", agreed);
+        Agree({"pp"}, agreed);
         ASSERT_TRUE(WaitReported("production", "tnc", letter));
         EXPECT_EQ(Reported("production")["pp"], letter);
         agreed = !agreed;
@@ -192,7 +174,7 @@ TEST_F(Upload, AnAnswerOfTwoFullBlocksIsReadAndAnOkWithAnErrorCounts) {
         SCOPED_TRACE(fault);
         Fault(fault);
         const size_t successes = LogCount("set agreement success!");
-        SetAnswer("tnc", agreed);
+        Agree({"tnc"}, agreed);
         EXPECT_TRUE(WaitUntil([&] { return LogCount("set agreement success!") > successes; }));
         ASSERT_TRUE(WaitUploadsEnded());
         agreed = !agreed;
@@ -211,7 +193,7 @@ TEST_F(Upload, ASlowAgreementServerHoldsUpNeitherQueriesNorASync) {
     ASSERT_TRUE(WaitReported("production", "tnc", "N"));
     Fault(R"({"path": "agreement", "kind": "delay", "delay_ms": 6000})");
     const size_t started = LogCount("m_easyHandle Initialize");
-    SetAnswer("tnc", true);
+    Agree({"tnc"}, true);
     ASSERT_TRUE(WaitUntil([&] { return LogCount("m_easyHandle Initialize") > started; }));
 
     // A language change makes the service fetch again while the upload waits on the server.

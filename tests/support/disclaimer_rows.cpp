@@ -98,6 +98,8 @@ std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql
         sqlite3_close(db);
         return values;
     }
+    // The service may be writing.
+    sqlite3_busy_timeout(db, 5000);
     auto collect = [](void* out, int, char** columns, char**) {
         static_cast<std::vector<std::string>*>(out)->push_back(columns[0] ? columns[0] : "<null>");
         return 0;

@@ -52,7 +52,8 @@ std::string StoreFile(const TempRoot& root);
 bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>& rows,
                          const std::string& osdLanguage = "");
 
-// The first column of each row `sql` gives on the store file, NULL read as "<null>".
+// The first column of each row `sql` gives on the store file, NULL read as "<null>"; waits out
+// the service's locks.
 std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql);
 
 }  // namespace test

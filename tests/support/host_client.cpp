@@ -33,8 +33,7 @@ bool HostClient::Connect(const std::string& socket_path) {
     return true;
 }
 
-bool HostClient::SendLine(const std::string& line) {
-    const std::string text = line + "\n";
+bool HostClient::SendText(const std::string& text) {
     size_t sent = 0;
     while (sent < text.size()) {
         const ssize_t n = send(m_fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);

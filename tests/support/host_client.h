@@ -24,8 +24,9 @@ class HostClient {
     HostClient& operator=(const HostClient&) = delete;
 
     bool Connect(const std::string& socket_path);
-    // Sends `line` and a newline, as is.
-    bool SendLine(const std::string& line);
+    // Sends `text` as is; SendLine adds the newline that ends a frame.
+    bool SendText(const std::string& text);
+    bool SendLine(const std::string& line) { return SendText(line + "\n"); }
     bool Send(const Json::Value& frame);
     // The next frame from the host; nullopt on time-out or a closed connection.
     std::optional<Json::Value> ReadFrame(std::chrono::milliseconds timeout = std::chrono::seconds(10));

@@ -40,7 +40,8 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv,
-                           const std::map<std::string, std::string>& env, const std::string& log_prefix)
+                           const std::map<std::string, std::string>& env, const std::string& log_prefix,
+                           bool own_group)
     : m_outPath(log_prefix + ".out"), m_errPath(log_prefix + ".err") {
     std::vector<std::string> args = argv;
     std::vector<std::string> environment = MergedEnvironment(env);
@@ -67,7 +68,9 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv,
     sigaddset(&defaults, SIGPIPE);
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                              (own_group ? POSIX_SPAWN_SETPGROUP : 0));
 
     if (posix_spawn(&m_pid, arg_pointers[0], &actions, &attributes, arg_pointers.data(),
                     env_pointers.data()) != 0) {

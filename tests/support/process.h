@@ -16,10 +16,10 @@ namespace test {
 
 class ChildProcess {
   public:
-    // Runs argv[0] (a path) with the current environment plus `env`; output goes to
-    // files named after `log_prefix` (".out", ".err").
+    // Runs argv[0] (a path) with the current environment plus `env`, in a process group of its
+    // own when `own_group`; output goes to files named after `log_prefix` (".out", ".err").
     ChildProcess(const std::vector<std::string>& argv, const std::map<std::string, std::string>& env,
-                 const std::string& log_prefix);
+                 const std::string& log_prefix, bool own_group = false);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

@@ -1,6 +1,7 @@
 #include "tarvo_test.h"
 
 #include <tarvo/platform.h>
+#include <vconf.h>
 
 #include <gtest/gtest.h>
 
@@ -93,6 +94,26 @@ void WriteFile(const std::string& path, const std::string& content) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << content;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::string VconfText(const std::string& key) {
+    char* value = vconf_get_str(key.c_str());
+    const std::string text = value != nullptr ? value : "<unset>";
+    std::free(value);
+    return text;
+}
+
+int VconfNumber(const std::string& key) {
+    int value = -99;
+    vconf_get_int(key.c_str(), &value);
+    return value;
 }
 
 }  // namespace test

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace tarvo {
 namespace test {
@@ -42,6 +43,11 @@ bool WaitUntil(const std::function<bool()>& condition,
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
+std::vector<std::string> Lines(const std::string& text);
+
+// A vconf key of the current root: its text ("<unset>" when it has none), its number (-99).
+std::string VconfText(const std::string& key);
+int VconfNumber(const std::string& key);
 
 }  // namespace test
 }  // namespace tarvo

