@@ -1,5 +1,8 @@
 // The OpenAPI connector against a loopback server: one update-notice GET and one disclaimers GET,
 // compared with the same two transfers on bare libcurl easy handles (the floor).
+#include "report.h"
+#include "television.h"
+
 #include <TarvoInternalData.h>
 #include <TarvoKelvaneConnector.h>
 #include <benchmark/benchmark.h>
@@ -81,8 +84,6 @@ struct Fixture {
 };
 
 Fixture* g_fixture = nullptr;
-double g_connectorUs = 0;
-double g_floorUs = 0;
 
 bool Transfer(ETarvoKelvaneOpenApiType type, size_t expected) {
     const bool ok =
@@ -145,37 +146,6 @@ void BM_Floor(benchmark::State& state) {
     }
 }
 
-// Keeps the mean time per iteration of each benchmark for the closing line.
-class Reporter : public benchmark::ConsoleReporter {
-  public:
-    Reporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.iterations == 0) continue;
-            const double us = run.GetAdjustedRealTime() * UnitFactor(run.time_unit);
-            const std::string name = run.benchmark_name();
-            if (name.rfind("BM_Connector", 0) == 0) g_connectorUs = us;
-            if (name.rfind("BM_Floor", 0) == 0) g_floorUs = us;
-        }
-    }
-
-  private:
-    static double UnitFactor(benchmark::TimeUnit unit) {
-        switch (unit) {
-            case benchmark::kNanosecond:
-                return 1e-3;
-            case benchmark::kMillisecond:
-                return 1e3;
-            case benchmark::kSecond:
-                return 1e6;
-            default:
-                return 1.0;
-        }
-    }
-};
-
 bool SetUp(Fixture& f) {
     std::string pattern = (std::filesystem::temp_directory_path() / "tarvo-bench-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) return false;
@@ -230,6 +200,7 @@ BENCHMARK(BM_Connector)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Floor)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char** argv) {
+    const tarvo::bench::Options options = tarvo::bench::ParseOptions(argc, argv);
     curl_global_init(CURL_GLOBAL_DEFAULT);
     Fixture fixture;
     g_fixture = &fixture;
@@ -238,14 +209,17 @@ int main(int argc, char** argv) {
         TearDown(fixture);
         return 1;
     }
-    benchmark::Initialize(&argc, argv);
-    Reporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    tarvo::bench::LetFilesSettle();
+    auto seconds = tarvo::bench::RunBenchmarks(argc, argv, options);
     TearDown(fixture);
-    if (g_connectorUs > 0 && g_floorUs > 0) {
-        printf("connector: %.1f us  floor: %.1f us  ratio: %.2f\n", g_connectorUs, g_floorUs,
-               g_connectorUs / g_floorUs);
+    if (seconds["BM_Connector"] > 0 && seconds["BM_Floor"] > 0) {
+        tarvo::bench::Figure figure;
+        figure.road = "Connector";
+        figure.name = "update notice + disclaimers GETs";
+        figure.unit = "us";
+        figure.value = seconds["BM_Connector"] * 1e6;
+        figure.floor = seconds["BM_Floor"] * 1e6;
+        tarvo::bench::Emit(options, figure);
     }
     return 0;
 }

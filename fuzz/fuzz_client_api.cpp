@@ -69,6 +69,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     });
     setenv("TARVO_ROOT", root, 1);
     if (!tarvo::platform::PrepareRoot(root)) abort();
+    // A set that has started before: the store's folder is there, so its first open succeeds.
+    std::error_code ignored;
+    std::filesystem::create_directories(
+        std::string(root) + "/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data", ignored);
     // Offline and without server values, so that no input starts a server request.
     Json::Value profile = tarvo::platform::LoadDeviceProfile().value_or(Json::Value(Json::objectValue));
     profile["network"]["up"] = false;

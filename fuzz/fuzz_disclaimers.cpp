@@ -6,7 +6,7 @@ CTarvoKelvaneDataFactory* g_factory = nullptr;
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    g_factory = tarvo_fuzz::StartService();
+    g_factory = tarvo_fuzz::StartFactory();
     return 0;
 }
 

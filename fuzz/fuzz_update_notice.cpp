@@ -15,7 +15,7 @@ constexpr char kStoredSet[] =
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    g_factory = tarvo_fuzz::StartService();
+    g_factory = tarvo_fuzz::StartFactory();
     tarvo_fuzz::Give(g_factory, TARVO_KELVANE_OPENAPI_TYPE_GET_SERVICE_DISCLAIMER,
                      reinterpret_cast<const uint8_t*>(kStoredSet), sizeof(kStoredSet) - 1);
     return 0;

@@ -1,6 +1,7 @@
 // libcurl set-up shared by the HTTP client and the usage-log client.
 #include "curl_support.h"
 
+#include "device_profile.h"
 #include "runtime_support.h"
 
 #include <tarvo/platform.h>
@@ -16,6 +17,7 @@ namespace platform {
 
 namespace {
 constexpr size_t kDefaultWriteBlock = 16384;
+constexpr Json::LargestInt kDefaultMaxBody = 8 * 1024 * 1024;
 constexpr long kShortestTimeoutMs = 100;
 }  // namespace
 
@@ -36,14 +38,24 @@ long ScaledTimeoutMs(long ms) {
     return static_cast<long>(scaled);
 }
 
+namespace {
+// profile.curl[key] when it is a positive integer; `fallback` otherwise, also when "curl" is no
+// object.
+Json::LargestInt PositiveCurlSetting(const char* key, Json::LargestInt fallback) {
+    const auto member = detail::ProfileMember("curl", key);
+    if (!member || !member->isInt64()) return fallback;
+    const Json::LargestInt value = member->asLargestInt();
+    return value > 0 ? value : fallback;
+}
+}  // namespace
+
 size_t ProfileWriteBlock() {
-    const auto profile = LoadDeviceProfile();
-    if (!profile) return kDefaultWriteBlock;
-    const Json::Value& block = (*profile)["curl"]["write_block"];
-    if (!block.isIntegral()) return kDefaultWriteBlock;
-    const Json::LargestInt value = block.asLargestInt();
-    if (value <= 0) return kDefaultWriteBlock;
-    return static_cast<size_t>(value);
+    return static_cast<size_t>(
+        PositiveCurlSetting("write_block", static_cast<Json::LargestInt>(kDefaultWriteBlock)));
+}
+
+curl_off_t ProfileMaxBody() {
+    return static_cast<curl_off_t>(PositiveCurlSetting("max_body", kDefaultMaxBody));
 }
 
 CurlResult ApplyTlsVerification(CURL* handle) {

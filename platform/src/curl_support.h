@@ -18,6 +18,10 @@ long ScaledTimeoutMs(long ms);
 // The device profile's curl.write_block, or 16384 when absent or not positive.
 size_t ProfileWriteBlock();
 
+// The device profile's curl.max_body, the largest answer body taken, or 8 MiB when absent or
+// not positive.
+curl_off_t ProfileMaxBody();
+
 struct CurlResult {
     CURLcode code = CURLE_OK;
     std::string detail;  // why, when the platform itself refused

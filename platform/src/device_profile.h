@@ -1,5 +1,5 @@
 // Reading single members of the device profile for the device-side C APIs.
-// Stateless: the profile is read from disk at each call.
+// The profile is looked at on disk at each call; it is read and parsed again only when it changed.
 #pragma once
 
 #include <json/json.h>

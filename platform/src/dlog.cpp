@@ -16,6 +16,10 @@
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
+#include <pthread.h>
+#include <string_view>
+#include <vector>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarvo {
@@ -47,9 +51,10 @@ CaptureRegistry& Captures() {
     return *registry;
 }
 
-void Deliver(const std::string& message) {
+void Deliver(std::string_view text) {
     CaptureRegistry& registry = Captures();
     if (registry.live.load(std::memory_order_acquire) == 0) return;
+    const std::string message(text);
     std::vector<std::shared_ptr<CaptureState>> targets;
     {
         std::lock_guard<std::mutex> lock(registry.mutex);
@@ -70,25 +75,83 @@ char PriorityLetter(int prio) {
     return kLetters[index];
 }
 
-std::string TimeStamp() {
+// "YYYY-MM-DD HH:MM:SS.mmm" into `out` (at least 24 bytes); its length. The calendar part is
+// worked out once a second per thread.
+size_t TimeStamp(char* out) {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    struct tm local;
-    localtime_r(&now.tv_sec, &local);
-    char text[40];
-    size_t n = strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
-    snprintf(text + n, sizeof(text) - n, ".%03ld", now.tv_nsec / 1000000L);
-    return text;
+    thread_local time_t cached_second = -1;
+    thread_local char cached_text[24];
+    thread_local size_t cached_length = 0;
+    if (now.tv_sec != cached_second) {
+        struct tm local;
+        localtime_r(&now.tv_sec, &local);
+        cached_length = strftime(cached_text, sizeof(cached_text), "%Y-%m-%d %H:%M:%S", &local);
+        cached_second = now.tv_sec;
+    }
+    memcpy(out, cached_text, cached_length);
+    const long ms = now.tv_nsec / 1000000L;
+    out[cached_length] = '.';
+    out[cached_length + 1] = static_cast<char>('0' + ms / 100);
+    out[cached_length + 2] = static_cast<char>('0' + ms / 10 % 10);
+    out[cached_length + 3] = static_cast<char>('0' + ms % 10);
+    return cached_length + 4;
 }
 
-// One write per line, so that lines of several threads or processes never mix.
-void AppendLine(const std::string& path, const std::string& line) {
-    // Readable by everyone, also from a process whose umask keeps its own files private.
-    int fd = detail::OpenForAppend(path, 0644, 0755);
-    if (fd < 0) return;
-    ssize_t ignored = write(fd, line.data(), line.size());
-    (void)ignored;
-    close(fd);
+// The log file, kept open between lines: each line is one write(2) to it, so that lines of
+// several threads or processes never mix and a line is in the kernel's hands (safe from a crash of
+// the process) before the call returns; nothing is held back in this process.
+class LogFile {
+  public:
+    void Append(std::string_view line) {
+        const char* root = getenv("TARVO_ROOT");
+        std::lock_guard<std::mutex> lock(m_mutex);
+        // Another root, or the file was removed: the next line goes to a file at the path again.
+        if (m_fd >= 0 && (m_root != (root != nullptr ? root : "") || Removed())) {
+            close(m_fd);
+            m_fd = -1;
+        }
+        if (m_fd < 0) {
+            m_root = root != nullptr ? root : "";
+            // Readable by everyone, also from a process whose umask keeps its own files private.
+            m_fd = detail::OpenForAppend(platform_path("/var/log/tarvo.log"), 0644, 0755);
+            if (m_fd < 0) return;
+        }
+        ssize_t ignored = write(m_fd, line.data(), line.size());
+        (void)ignored;
+    }
+
+  private:
+    bool Removed() const {
+        struct stat st;
+        return fstat(m_fd, &st) != 0 || st.st_nlink == 0;
+    }
+
+    std::mutex m_mutex;  // guards m_fd and m_root
+    int m_fd = -1;
+    std::string m_root;  // the TARVO_ROOT m_fd was opened under
+};
+
+// Made on first use and never destroyed: a line may be logged while the process exits.
+void AppendLine(std::string_view line) {
+    static LogFile* file = new LogFile();
+    file->Append(line);
+}
+
+// The process id of the lines: asked once, and again in a forked child.
+pid_t LinePid() {
+    static std::atomic<pid_t> pid{0};
+    static const bool registered = [] {
+        pthread_atfork(nullptr, nullptr, [] { pid.store(0, std::memory_order_relaxed); });
+        return true;
+    }();
+    (void)registered;
+    pid_t known = pid.load(std::memory_order_relaxed);
+    if (known == 0) {
+        known = getpid();
+        pid.store(known, std::memory_order_relaxed);
+    }
+    return known;
 }
 
 // The lowest priority mirrored to stderr: TARVO_LOG_LEVEL debug, info, warn or error. Unset, the
@@ -150,32 +213,61 @@ bool LogCapture::WaitFor(const std::string& text, std::chrono::milliseconds time
 extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...) {
     (void)log_id;
     if (fmt == nullptr) return -1;
+    // The line is built in one buffer per thread: "TIME P/TAG(PID): MESSAGE\n". It grows to the
+    // longest line the thread wrote (a server's whole answer may be one), so that a long line is
+    // formatted once, not measured first; past 1 MiB it is given back after the line.
+    thread_local std::vector<char> buffer(4096);
+    constexpr size_t kKeptBytes = 1024 * 1024;
+    char head_text[160];
+    size_t head = tarvo::platform::TimeStamp(head_text);
+    const char letter = tarvo::platform::PriorityLetter(prio);
+    const char* tag_text = tag != nullptr ? tag : "";
+    const int pid = static_cast<int>(tarvo::platform::LinePid());
+    const int rest =
+        snprintf(head_text + head, sizeof(head_text) - head, " %c/%s(%d): ", letter, tag_text, pid);
+    std::string long_head;  // for a tag too long for head_text
+    const char* head_data = head_text;
+    if (rest < 0 || head + static_cast<size_t>(rest) >= sizeof(head_text)) {
+        long_head =
+            std::string(head_text, head) + " " + letter + "/" + tag_text + "(" + std::to_string(pid) + "): ";
+        head_data = long_head.data();
+        head = long_head.size();
+    } else {
+        head += static_cast<size_t>(rest);
+    }
+    if (buffer.size() < head + 4096) buffer.resize(head + 4096);
+    memcpy(buffer.data(), head_data, head);
     va_list args;
     va_start(args, fmt);
     va_list copy;
     va_copy(copy, args);
-    int needed = vsnprintf(nullptr, 0, fmt, copy);
+    // Room for the newline stays after the message.
+    int needed = vsnprintf(buffer.data() + head, buffer.size() - head - 1, fmt, copy);
     va_end(copy);
-    std::string message;
-    if (needed > 0) {
-        message.resize(static_cast<size_t>(needed) + 1);
-        vsnprintf(message.data(), message.size(), fmt, args);
-        message.resize(static_cast<size_t>(needed));
+    if (needed < 0) needed = 0;
+    if (head + static_cast<size_t>(needed) + 1 >= buffer.size()) {
+        buffer.resize(head + static_cast<size_t>(needed) + 2);
+        vsnprintf(buffer.data() + head, static_cast<size_t>(needed) + 1, fmt, args);
     }
     va_end(args);
-    while (!message.empty() && message.back() == '\n') message.pop_back();
+    char* text = buffer.data();
+    size_t length = head + static_cast<size_t>(needed);
+    while (length > head && text[length - 1] == '\n') --length;
+    const std::string_view message(text + head, length - head);
+    text[length++] = '\n';
+    const std::string_view line(text, length);
 
-    char prefix[64];
-    snprintf(prefix, sizeof(prefix), " %c/", tarvo::platform::PriorityLetter(prio));
-    std::string line = tarvo::platform::TimeStamp() + prefix + (tag != nullptr ? tag : "") + "(" +
-                       std::to_string(getpid()) + "): " + message + "\n";
-
-    tarvo::platform::AppendLine(platform_path("/var/log/tarvo.log"), line);
+    tarvo::platform::AppendLine(line);
     const char* mirror = getenv("TARVO_LOG_STDERR");
     if (mirror != nullptr && strcmp(mirror, "1") == 0 && prio >= tarvo::platform::MirrorLevel()) {
         ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
         (void)ignored;
     }
     tarvo::platform::Deliver(message);
-    return static_cast<int>(message.size());
+    const int written = static_cast<int>(message.size());
+    if (buffer.size() > kKeptBytes) {
+        buffer.resize(4096);
+        buffer.shrink_to_fit();
+    }
+    return written;
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <exception>
 #include <memory>
 #include <sstream>
 #include <sys/stat.h>
@@ -121,7 +122,12 @@ std::optional<Json::Value> ParseJson(const std::string& text) {
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value value;
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return std::nullopt;
+    // The reader throws on nesting past its stack limit; a file that deep is no value either.
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return std::nullopt;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
     return value;
 }
 

@@ -1,6 +1,7 @@
 // vconf getters and setters: one JSON file per key, replaced by rename.
 #include <vconf.h>
 
+#include "file_snapshot.h"
 #include "file_util.h"
 #include "vconf_store.h"
 
@@ -9,6 +10,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 namespace tarvo {
@@ -41,14 +43,12 @@ bool MakeKeyFolder(const std::string& key_path) {
     return MakeDirs(DirName(tree)) && MakeDirs(DirName(key_path), kKeyFolderMode);
 }
 
-keynode_t ReadVconfKey(const char* key) {
+namespace {
+
+// The type and value of a key file's content; type NONE when it is no key.
+keynode_t ParseKeyFile(const std::string& text) {
     keynode_t node;
-    node.name = key != nullptr ? key : "";
-    auto path = VconfKeyPath(key);
-    if (!path) return node;
-    auto text = ReadWholeFile(*path);
-    if (!text) return node;
-    auto json = ParseJson(*text);
+    auto json = ParseJson(text);
     if (!json || !json->isObject() || !(*json)["type"].isString()) return node;
     const std::string type = (*json)["type"].asString();
     const Json::Value& value = (*json)["value"];
@@ -65,6 +65,30 @@ keynode_t ReadVconfKey(const char* key) {
         node.type = VCONF_TYPE_STRING;
         node.str_value = value.asString();
     }
+    return node;
+}
+
+// Key files as last read, kept while unchanged; never freed, as a key may be read while the
+// process exits.
+FileSnapshots<keynode_t>& KeyFiles() {
+    static auto* keys = new FileSnapshots<keynode_t>();
+    return *keys;
+}
+
+}  // namespace
+
+keynode_t ReadVconfKey(const char* key) {
+    keynode_t node;
+    node.name = key != nullptr ? key : "";
+    auto path = VconfKeyPath(key);
+    if (!path) return node;
+    const auto stored = KeyFiles().Get(
+        *path, [](const std::string& text) { return std::make_shared<const keynode_t>(ParseKeyFile(text)); });
+    if (stored == nullptr) return node;
+    node.type = stored->type;
+    node.int_value = stored->int_value;
+    node.dbl_value = stored->dbl_value;
+    node.str_value = stored->str_value;
     return node;
 }
 

@@ -29,7 +29,8 @@ constexpr mode_t kKeyFileMode = 0644;
 constexpr mode_t kKeyFolderMode = 0755;
 // Makes the folders of a key's file: those inside the vconf tree with kKeyFolderMode.
 bool MakeKeyFolder(const std::string& key_path);
-// The key's current type and value, read from its file; type NONE when unset or unreadable.
+// The key's current type and value from its file (read again only when the file changed); type
+// NONE when unset or unreadable.
 keynode_t ReadVconfKey(const char* key);
 
 }  // namespace detail

@@ -1,5 +1,6 @@
 // The HTTP client on one libcurl easy handle: option table, header lists, the
-// platform's own data callbacks that regroup the body into blocks, TLS and time-outs.
+// platform's own data callbacks that regroup the body into blocks and bound its size, TLS and
+// time-outs.
 #include <ZephCurl/ZephCurlEasy.h>
 
 #include "curl_support.h"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <string>
 
 namespace ZephCurl {
 
@@ -81,6 +83,11 @@ struct ZephCurlEasy::State {
     size_t pendingStart = 0;
     size_t writeBlock = 16384;
     bool refused = false;
+    // Body bytes libcurl delivered in this transfer, decoded, against the profile's limit: an
+    // answer sent in chunks announces no length that libcurl could refuse up front.
+    curl_off_t received = 0;
+    curl_off_t maxBody = 0;
+    bool tooLarge = false;
 
     char errorBuffer[CURL_ERROR_SIZE] = {};
     CURLcode errorCode = CURLE_OK;
@@ -102,6 +109,8 @@ struct ZephCurlEasy::State {
         pending.clear();
         pendingStart = 0;
         refused = false;
+        received = 0;
+        tooLarge = false;
         errorBuffer[0] = '\0';
     }
 
@@ -157,6 +166,11 @@ struct ZephCurlEasy::State {
     static size_t OnWrite(char* data, size_t size, size_t count, void* user) {
         auto* state = static_cast<State*>(user);
         const size_t total = size * count;
+        state->received += static_cast<curl_off_t>(total);
+        if (state->received > state->maxBody) {
+            state->tooLarge = true;
+            return 0;
+        }
         if (!state->HasWriter()) return total;
         state->pending.append(data, total);
         while (state->PendingSize() >= state->writeBlock) {
@@ -363,19 +377,27 @@ bool ZephCurlEasy::send() {
     if (!m_state->Ready()) return false;
     State& state = *m_state;
     state.writeBlock = tarvo::platform::ProfileWriteBlock();
+    state.maxBody = tarvo::platform::ProfileMaxBody();
     state.pending.clear();
     state.pendingStart = 0;
     state.refused = false;
+    state.received = 0;
+    state.tooLarge = false;
     state.errorBuffer[0] = '\0';
 
-    CURLcode code = curl_easy_perform(state.handle);
+    // A told length over the limit is refused before any byte of the body is taken.
+    CURLcode code = curl_easy_setopt(state.handle, CURLOPT_MAXFILESIZE_LARGE, state.maxBody);
+    if (code == CURLE_OK) code = curl_easy_perform(state.handle);
     if (code == CURLE_OK && state.HasWriter() && state.PendingSize() > 0) {
         state.Deliver(&state.pending[state.pendingStart], state.PendingSize());
     }
     state.pending.clear();
     state.pendingStart = 0;
     std::string detail = state.errorBuffer;
-    if (state.refused) {
+    if (state.tooLarge) {
+        code = CURLE_FILESIZE_EXCEEDED;
+        detail = "the answer's body is larger than " + std::to_string(state.maxBody) + " bytes";
+    } else if (state.refused) {
         code = CURLE_WRITE_ERROR;
         detail = "the data function took less than it was given";
     }

@@ -4,8 +4,26 @@
 #include <nimbra.h>
 
 #include <cstdlib>
+#include <exception>
+#include <string>
 
 #include "TarvoLog.h"
+
+namespace {
+
+// Parses with comments collected; true only for a JSON object. The reader refuses nesting deeper
+// than its stack limit by throwing, and JsonCpp throws on a member read from anything but an
+// object, so both count as text that is no list.
+bool ParseObject(const std::string& text, Json::Value& root) {
+    try {
+        Json::Reader reader;
+        return reader.parse(text, root, true) && root.isObject();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+}  // namespace
 
 bool CTarvoExternalData::GetCountryCodeList() {
     Sedge::TCMutexGuard guard(m_Mutex);
@@ -30,13 +48,17 @@ bool CTarvoExternalData::GetCountryCodeList() {
     free(text);
 
     Json::Value root;
-    Json::Reader reader;
-    if (!reader.parse(rawData, root, true)) {
+    if (!ParseObject(rawData, root)) {
         TARVO_LOGW("<<WARN: NOT JSON TYPE MESSAGE>>");
         return false;
     }
     if (root["rsp"].empty()) {
         TARVO_LOGW("rsp is empty");
+        return false;
+    }
+    // An "rsp" that is no object has no members to read: the list is no JSON the service knows.
+    if (!root["rsp"].isObject()) {
+        TARVO_LOGW("<<WARN: NOT JSON TYPE MESSAGE>>");
         return false;
     }
     Json::Value rsp = root["rsp"];
@@ -61,9 +83,12 @@ bool CTarvoExternalData::GetCountryCodeList() {
         return false;
     }
     for (Json::ArrayIndex i = 0; i < countries.size(); ++i) {
-        const Json::Value& code = countries[i]["countryCode"];
-        const Json::Value& name = countries[i]["countryName"];
-        if (code.isString() && name.isString()) {
+        const Json::Value& country = countries[i];
+        const bool isCountry =
+            country.isObject() && country["countryCode"].isString() && country["countryName"].isString();
+        if (isCountry) {
+            const Json::Value& code = country["countryCode"];
+            const Json::Value& name = country["countryName"];
             m_CountryCodeList->push_back(new STTarvoCountryCode{code.asString(), name.asString()});
         } else {
             TARVO_LOGW("countryCode countryName is not string type");

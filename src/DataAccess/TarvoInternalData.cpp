@@ -26,6 +26,30 @@ const char* const kDefaultDBVersion = "default";
 const int kXMLDataKey = 0;
 const int kOSDLanguageKey = 1;
 const int kDBVersionKey = 2;
+
+// The file may come from a USB stick: nothing stored in it (triggers, views, functions in its
+// schema) may run on this connection, and no statement may rewrite its schema behind SQLite.
+void RefuseCodeInTheFile(sqlite3* db) {
+#ifdef SQLITE_DBCONFIG_ENABLE_TRIGGER
+    sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_ENABLE_VIEW
+    sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_DEFENSIVE
+    sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_TRUSTED_SCHEMA
+    sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+#endif
+}
+
+// sqlite3_open_v2 with the store's flags, on a connection that runs nothing of the file's own.
+int OpenDataBase(const std::string& path, sqlite3** db) {
+    const int ret = sqlite3_open_v2(platform_path(path).c_str(), db, kOpenFlags, nullptr);
+    if (ret == SQLITE_OK) RefuseCodeInTheFile(*db);
+    return ret;
+}
 }  // namespace
 
 CTarvoInternalData* CTarvoInternalData::m_Instance = nullptr;
@@ -127,12 +151,12 @@ bool CTarvoInternalData::m_InitialDataBase() {
     m_CloningFileCheck();
 
     if (m_pDB == nullptr) {
-        int ret = sqlite3_open_v2(platform_path(path).c_str(), &m_pDB, kOpenFlags, nullptr);
+        int ret = OpenDataBase(path, &m_pDB);
         if (ret != SQLITE_OK) {
             TARVO_LOGW("Open DataBase fail(%d), try to create a new database!", ret);
             m_InitialDataBaseFile(path);
             // The handle of the failed open stays behind: the new open writes over it.
-            ret = sqlite3_open_v2(platform_path(path).c_str(), &m_pDB, kOpenFlags, nullptr);
+            ret = OpenDataBase(path, &m_pDB);
             if (ret != SQLITE_OK) {
                 TARVO_LOGW("Open DataBase fail(%d)!", ret);
                 m_pDB = nullptr;
@@ -243,7 +267,7 @@ void CTarvoInternalData::ResetDataBase() {
     m_CloseDataBase();
     std::string path = std::string(m_DataDirectory) + m_DataFileName;
     m_InitialDataBaseFile(path);
-    int liRet = sqlite3_open_v2(platform_path(path).c_str(), &m_pDB, kOpenFlags, nullptr);
+    int liRet = OpenDataBase(path, &m_pDB);
     if (liRet != SQLITE_OK) {
         TARVO_LOGW("Reset DataBase fail(%d), exit process with assert!!!", liRet);
         m_pDB = nullptr;

@@ -35,7 +35,10 @@ void CTarvoInternalData::m_InitialDisclaimerInfo() {
     std::vector<TarvoDisclaimerDataItem*> loaded;
     m_LoadDisclaimerItems(loaded);
     for (TarvoDisclaimerDataItem* item : loaded) {
-        m_DisclaimerItems[item->id] = new TarvoDisclaimerDataItem(*item);
+        // Only a damaged or foreign file holds two rows of one id: the later wins, the earlier is freed.
+        TarvoDisclaimerDataItem*& entry = m_DisclaimerItems[item->id];
+        delete entry;
+        entry = new TarvoDisclaimerDataItem(*item);
         delete item;
     }
     loaded.clear();

@@ -1,6 +1,7 @@
 #include "TarvoKelvaneInfoService.h"
 
 #include <cstring>
+#include <exception>
 #include <functional>
 #include <map>
 #include <string>
@@ -186,7 +187,14 @@ bool CTarvoKelvaneInfoService::m_NimbraTimeoutCallBack(void* user) {
 void CTarvoKelvaneInfoService::m_ProcessRequestingCountryCodeList() {
     CTarvoExternalData* external = CTarvoExternalData::GetInstance();
     Sedge::TCEvent event;
-    if (external->GetCountryCodeList()) {
+    bool fetched = false;
+    // Whatever the list's reading throws is a failed fetch: the client still hears the outcome.
+    try {
+        fetched = external->GetCountryCodeList();
+    } catch (const std::exception&) {
+        fetched = false;
+    }
+    if (fetched) {
         event.type = MESSAGE_GET_COUNTRYCODE_LIST_SUCCESS;
         TARVO_LOGI("Send MESSAGE_GET_COUNTRYCODE_LIST_SUCCESS");
     } else {

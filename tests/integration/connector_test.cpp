@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
-#include <tarvo/log_capture.h>
 #include <unistd.h>
 #include <vconf.h>
 
@@ -52,6 +52,25 @@ std::string Pattern(size_t size, char seed) {
     std::string body(size, ' ');
     for (size_t i = 0; i < size; ++i) body[i] = static_cast<char>('a' + (seed + i) % 26);
     return body;
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kAddressSanitizer = true;
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+
+// The process's peak resident size so far, in bytes.
+long PeakResidentBytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss * 1024L;
 }
 
 using Answer = std::function<void(const httplib::Request&, httplib::Response&)>;
@@ -206,11 +225,9 @@ TEST_F(Connector, ABodyOfSeveralChunksArrivesWholeWithItsSizeSummed) {
             return true;
         });
     });
-    tarvo::platform::LogCapture log;
     ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
     EXPECT_EQ(whole.size(), CTarvoKelvaneConnector::GetDataSize());
     EXPECT_EQ(whole, Body());
-    EXPECT_GE(log.Count("Callback End Time Duration"), 3u);
 
     // A second request without a release starts from an empty body.
     Serve("{}");
@@ -224,28 +241,17 @@ TEST_F(Connector, ABlockOfAtMost16384BytesIsTakenAndALargerOneEndsTheTransfer) {
     ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
     EXPECT_EQ(Pattern(16384, 0), Body());
 
-    tarvo::platform::LogCapture log;
     Serve(Pattern(16385, 0));
     EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
     EXPECT_EQ(CURLE_WRITE_ERROR, CTarvoKelvaneConnector::GetErrorCode());
-    EXPECT_TRUE(log.Contains("elements of size 16385"));
     EXPECT_EQ(0u, CTarvoKelvaneConnector::GetDataSize());
 }
 
-TEST_F(Connector, AnHttpErrorStatusWithABodyCountsAsSuccess) {
-    Serve("internal trouble", 500);
-    EXPECT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_SERVICE_DISCLAIMER));
-    EXPECT_EQ(CURLE_OK, CTarvoKelvaneConnector::GetErrorCode());
-    EXPECT_EQ("internal trouble", Body());
-}
-
 TEST_F(Connector, TransportFailuresKeepTheClientsCodeAfterTheRelease) {
-    tarvo::platform::LogCapture log;
     SetDomain("http://127.0.0.1:" + std::to_string(ClosedPort()));
     EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
     CTarvoKelvaneConnector::ReleaseConnector();
     EXPECT_EQ(CURLE_COULDNT_CONNECT, CTarvoKelvaneConnector::GetErrorCode());
-    EXPECT_TRUE(log.Contains("It is not normal networkstate retring stop!! m_errorCode = 7"));
 
     setenv("TARVO_TIMEOUT_SCALE", "0.01", 1);
     SetDomain("http://127.0.0.1:" + std::to_string(m_port));
@@ -261,11 +267,8 @@ TEST_F(Connector, RequestsThatReachNoServerLeaveTheCodeAtMinusOne) {
     ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
     EXPECT_EQ(CURLE_OK, CTarvoKelvaneConnector::GetErrorCode());
 
-    tarvo::platform::LogCapture log;
     EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_REPORT_RESULT_WIZARD));
     EXPECT_EQ(-1, CTarvoKelvaneConnector::GetErrorCode());
-    EXPECT_TRUE(log.Contains("It is not normal networkstate retring stop!! m_errorCode = -1"));
-    EXPECT_FALSE(log.Contains("setOption(except url) Start"));
     EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_UNKNOWN));
     EXPECT_EQ(-1, CTarvoKelvaneConnector::GetErrorCode());
     EXPECT_EQ(1u, Requests().size());
@@ -288,6 +291,66 @@ TEST_F(Connector, TheLanguageSentIsTheFirstTwoLettersOfTheAcceptLanguageAndOutli
     const std::string target = Requests().back().target;
     EXPECT_EQ("&lang=ko", target.substr(target.size() - 8));
     EXPECT_EQ("ko", CTarvoKelvaneConnector::GetUsedOsdLanguage());
+}
+
+TEST_F(Connector, AnAnswerOverTheBodyLimitFailsAsTooLargeWhetherItTellsItsLengthOrNot) {
+    m_root.EditProfile([](Json::Value& p) { p["curl"]["max_body"] = 100000; });
+    const struct {
+        size_t size;
+        bool chunked;
+        bool taken;
+    } cases[] = {{100000, false, true}, {100001, false, false}, {100000, true, true}, {100001, true, false}};
+    for (const auto& c : cases) {
+        const std::string body = Pattern(c.size, 7);
+        if (c.chunked) {
+            SetAnswer([body](const httplib::Request&, httplib::Response& res) {
+                res.set_chunked_content_provider("application/json", [body](size_t, httplib::DataSink& sink) {
+                    sink.write(body.data(), body.size());
+                    sink.done();
+                    return true;
+                });
+            });
+        } else {
+            Serve(body);
+        }
+        const std::string label = std::to_string(c.size) + (c.chunked ? " chunked" : " with its length");
+        EXPECT_EQ(c.taken,
+                  CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE))
+            << label;
+        EXPECT_EQ(c.taken ? CURLE_OK : CURLE_FILESIZE_EXCEEDED, CTarvoKelvaneConnector::GetErrorCode())
+            << label;
+        if (c.taken) {
+            EXPECT_EQ(body, Body()) << label;
+        }
+        CTarvoKelvaneConnector::ReleaseConnector();
+    }
+}
+
+TEST_F(Connector, ARefused64MiBAnswerNeverGetsNearItsSizeInMemoryWhetherPlainOrCompressed) {
+    constexpr size_t kAnswer = 64u << 20;
+    // JSON goes out gzip-compressed, since the service accepts it: a small body that decodes to
+    // 64 MiB. The other type goes out as it is.
+    for (const char* type : {"application/octet-stream", "application/json"}) {
+        SetAnswer([type](const httplib::Request&, httplib::Response& res) {
+            res.set_chunked_content_provider(type, [](size_t, httplib::DataSink& sink) {
+                const std::string piece = Pattern(64u << 10, 3);
+                for (size_t sent = 0; sent < kAnswer; sent += piece.size()) {
+                    if (!sink.write(piece.data(), piece.size())) return false;
+                }
+                sink.done();
+                return true;
+            });
+        });
+        const long before = PeakResidentBytes();
+        EXPECT_FALSE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE))
+            << type;
+        EXPECT_EQ(CURLE_FILESIZE_EXCEEDED, CTarvoKelvaneConnector::GetErrorCode()) << type;
+        CTarvoKelvaneConnector::ReleaseConnector();
+        // AddressSanitizer keeps freed blocks resident in its quarantine: only a plain build measures.
+        if (!kAddressSanitizer) {
+            EXPECT_LT(PeakResidentBytes() - before, static_cast<long>(kAnswer / 3)) << type;
+        }
+    }
 }
 
 }  // namespace

@@ -66,6 +66,21 @@ TEST_F(StoreFile, FileThatIsNoDatabaseFailsInitializeAndIsGoneAtTheNextStart) {
     EXPECT_EQ("1.0", DbOne(kVersionQuery));
 }
 
+TEST_F(StoreFile, TwoRowsOfOneIdInAForeignFileLeaveTheLaterOneAndFreeTheOther) {
+    ASSERT_TRUE(store->Initialize());
+    Put(Record("tnc"));
+    Stop();
+    // The same table without its primary key, holding the record twice.
+    Db("CREATE TABLE copied AS SELECT * FROM table_tarvo_data_disclaimer_info;"
+       "DROP TABLE table_tarvo_data_disclaimer_info;"
+       "ALTER TABLE copied RENAME TO table_tarvo_data_disclaimer_info;"
+       "INSERT INTO table_tarvo_data_disclaimer_info SELECT * FROM table_tarvo_data_disclaimer_info;"
+       "UPDATE table_tarvo_data_disclaimer_info SET title = 'later' WHERE rowid = 2");
+    // The sanitizer build's leak check sees the earlier record freed.
+    ASSERT_TRUE(store->Initialize());
+    EXPECT_EQ("later", Snapshot(false)["tnc"].title);
+}
+
 TEST_F(StoreFile, ResetWhoseReopenFailsEndsTheProcessAfterItsLogLine) {
     ASSERT_TRUE(store->Initialize());
     // A folder in the file's place can be neither removed as a file nor opened.
@@ -116,4 +131,35 @@ TEST_F(CloneCopies, CloneThatIsNoDatabaseFailsOneStartWhileTheStoreGoesOnServing
     EXPECT_EQ("pp ", OrderedIds(4));
     ASSERT_TRUE(Restart());
     EXPECT_EQ("", SnapshotIds(false));
+}
+
+TEST_F(CloneCopies, CodeStoredInACloneNeverRuns) {
+    // Each trigger would turn the user's "disagree" back into "agreed": one when the record's row
+    // changes, one at the start itself, when the store writes its version.
+    const std::pair<const char*, bool> cases[] = {
+        {"CREATE TRIGGER keep_agreed AFTER UPDATE ON table_tarvo_data_disclaimer_info "
+         "BEGIN UPDATE table_tarvo_data_disclaimer_info SET isAgreed = 1; END",
+         true},
+        {"CREATE TRIGGER agree_at_start AFTER UPDATE ON table_tarvo_data_control_info "
+         "BEGIN UPDATE table_tarvo_data_disclaimer_info SET isAgreed = 1; END",
+         false},
+    };
+    for (const auto& [trigger, agreedInClone] : cases) {
+        std::string changes;
+        store->SetAgreement("tnc", agreedInClone, changes);
+        ASSERT_TRUE(store->CopyCloneDataTVtoUSB());
+        sqlite3* clone = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_open(root.At(kCloneDataBase).c_str(), &clone));
+        ASSERT_EQ(SQLITE_OK, sqlite3_exec(clone, trigger, nullptr, nullptr, nullptr))
+            << sqlite3_errmsg(clone);
+        sqlite3_close(clone);
+        ASSERT_TRUE(store->CopyCloneDataUSBtoTV());
+        ASSERT_TRUE(Restart());
+
+        store->SetAgreement("tnc", false, changes);
+        ASSERT_TRUE(Restart());
+        EXPECT_FALSE(store->IsDisclaimerAgreed("tnc")) << trigger;
+        EXPECT_EQ("0", DbOne("SELECT isAgreed FROM table_tarvo_data_disclaimer_info WHERE id='tnc'"))
+            << trigger;
+    }
 }

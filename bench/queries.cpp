@@ -1,0 +1,374 @@
+// Client queries on a 21-record store (about 400 KB of texts, as the cloud serves them): "get
+// disclaimer number", "get disclaimer by order" over every index and "get disclaimer by term id",
+// in-process through g_service_proxy and through the host's socket.
+// Floors, in the same run: copying the same records and writing the same reply with JsonCpp; for
+// the socket, that work done by a bare Unix-socket server that reads the request line and writes
+// the reply's bytes back.
+#include "report.h"
+#include "television.h"
+
+#include <TarvoDataControlService.h>
+
+#include <benchmark/benchmark.h>
+#include <json/json.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <thread>
+
+namespace {
+
+using tarvo::bench::HostLink;
+
+// A disclaimer record as plain data: the fields the store keeps for each one.
+struct Record {
+    std::string id;
+    int disorder = 0;
+    int displayWindow = 0;
+    std::string version, title, intro, details;
+    std::string button1, button2, button3, button4, button5, button6, button7, button8, button9, button10;
+    bool isAgreed = false, isAgreementPut = false;
+    std::string countryCode;
+    bool isOnlyNotice = false, isVisibleAtPnP = true, isVisibleAtMenu = true, isVisibleAtHotel = true;
+    std::string agreeDependency;
+    bool isCheckVoiceRec = false, isCheckUHDRM = false, isCheckUHD = false, isPPused = false;
+    bool isReverse = false, hasRevised = false;
+    std::vector<std::string> reservedStrings;
+    std::string subLink;
+    bool isForOstrel = false;
+};
+
+enum class Query { kNumber, kByOrder, kByTermId };
+
+struct State {
+    std::vector<Record> listed;  // what requester 4 lists, in its order
+    std::vector<Json::Value> requests[3];
+    std::vector<std::string> lines[3];  // the same requests as host frames
+    std::string socket;                 // the host's
+    std::string floorSocket;            // the bare server's
+};
+
+State* g_state = nullptr;
+
+Json::Value Request(Query query, size_t index) {
+    Json::Value request(Json::objectValue);
+    switch (query) {
+        case Query::kNumber:
+            request["method"] = "get disclaimer number";
+            request["requester"] = 4;
+            break;
+        case Query::kByOrder:
+            request["method"] = "get disclaimer by order";
+            request["requester"] = 4;
+            request["request_index"] = static_cast<int>(index);
+            break;
+        case Query::kByTermId:
+            request["method"] = "get disclaimer by term id";
+            request["request_item"] = g_state->listed[index].id;
+            break;
+    }
+    return request;
+}
+
+Json::Value CallInProcess(const Json::Value& request) {
+    Sedge::TCMessage message;
+    message.json = request;
+    message.type = "tarvodatacontrol";
+    return g_service_proxy->CallAPI(message).json;
+}
+
+void UiInfo(const Record& item, Json::Value& out) {
+    out["id"] = item.id;
+    out["order"] = item.disorder;
+    out["version"] = item.version;
+    out["title"] = item.title;
+    out["intro"] = item.intro;
+    out["details"] = item.details;
+    out["button1"] = item.button1;
+    out["button2"] = item.button2;
+    out["button3"] = item.button3;
+    out["button4"] = item.button4;
+    out["button5"] = item.button5;
+    out["button6"] = item.button6;
+    out["button7"] = item.button7;
+    out["button8"] = item.button8;
+    out["button9"] = item.button9;
+    out["button10"] = item.button10;
+    out["is_agreed"] = item.isAgreed;
+    out["only_notice"] = item.isOnlyNotice;
+    out["ppused"] = item.isPPused;
+    out["reverse"] = item.isReverse;
+    out["agree_dependency"] = item.agreeDependency;
+}
+
+// The floor of one query: the records copied (a list for the ordered queries, a map by id for the
+// query by id), the reply built with JsonCpp, the copies freed.
+Json::Value FloorReply(Query query, size_t index) {
+    const std::vector<Record>& listed = g_state->listed;
+    Json::Value reply(Json::objectValue);
+    if (query == Query::kByTermId) {
+        std::map<std::string, Record*> copies;
+        for (const Record& record : listed) copies[record.id] = new Record(record);
+        const auto found = copies.find(listed[index].id);
+        reply["result"] = true;
+        UiInfo(*found->second, reply);
+        for (auto& entry : copies) delete entry.second;
+        return reply;
+    }
+    std::vector<Record*> copies;
+    for (const Record& record : listed) copies.push_back(new Record(record));
+    std::sort(copies.begin(), copies.end(),
+              [](const Record* left, const Record* right) { return left->disorder < right->disorder; });
+    if (query == Query::kNumber) {
+        reply["number"] = static_cast<Json::UInt>(copies.size());
+        reply["result"] = true;
+    } else {
+        reply["result"] = true;
+        UiInfo(*copies[index], reply);
+    }
+    for (Record* copy : copies) delete copy;
+    return reply;
+}
+
+std::string Compact(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, value);
+}
+
+void BM_InProcess(benchmark::State& state, Query query) {
+    const auto& requests = g_state->requests[static_cast<int>(query)];
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(CallInProcess(requests[i]));
+        i = (i + 1) % requests.size();
+    }
+}
+
+void BM_InProcessFloor(benchmark::State& state, Query query) {
+    const size_t count = g_state->listed.size();
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(FloorReply(query, i));
+        i = (i + 1) % count;
+    }
+}
+
+void RunSocket(benchmark::State& state, Query query, const std::string& socket) {
+    HostLink link;
+    if (!link.Connect(socket)) {
+        state.SkipWithError("cannot connect");
+        return;
+    }
+    const auto& lines = g_state->lines[static_cast<int>(query)];
+    size_t i = 0;
+    for (auto _ : state) {
+        if (!link.SendLine(lines[i]) || !link.ReadLine()) {
+            state.SkipWithError("no answer");
+            return;
+        }
+        i = (i + 1) % lines.size();
+    }
+}
+
+void BM_Socket(benchmark::State& state, Query query) { RunSocket(state, query, g_state->socket); }
+void BM_SocketFloor(benchmark::State& state, Query query) { RunSocket(state, query, g_state->floorSocket); }
+
+// The transport floor: one thread per connection reads a request line, does the in-process floor's
+// work for it and writes the reply frame back, as bare as a Unix-socket echo can be.
+class FloorServer {
+  public:
+    bool Open(const std::string& path) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+        m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (m_fd < 0 || bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+            listen(m_fd, 8) != 0) {
+            return false;
+        }
+        std::thread([this] { m_Accept(); }).detach();
+        return true;
+    }
+
+  private:
+    void m_Accept() {
+        while (true) {
+            const int client = accept4(m_fd, nullptr, nullptr, SOCK_CLOEXEC);
+            if (client < 0) return;
+            std::thread([client] { Serve(client); }).detach();
+        }
+    }
+
+    static void Serve(int fd) {
+        std::string pending;
+        char buffer[65536];
+        size_t served = 0;
+        while (true) {
+            const size_t newline = pending.find('\n');
+            if (newline == std::string::npos) {
+                const ssize_t n = recv(fd, buffer, sizeof(buffer), 0);
+                if (n <= 0) break;
+                pending.append(buffer, static_cast<size_t>(n));
+                continue;
+            }
+            // The benchmark sends its requests in a known order: the line says which query it is.
+            const std::string line = pending.substr(0, newline);
+            pending.erase(0, newline + 1);
+            const Query query = line.find("by term id") != std::string::npos ? Query::kByTermId
+                                : line.find("by order") != std::string::npos ? Query::kByOrder
+                                                                             : Query::kNumber;
+            Json::Value frame(Json::objectValue);
+            frame["id"] = 1;
+            frame["reply"] = FloorReply(query, served++ % g_state->listed.size());
+            const std::string text = Compact(frame) + "\n";
+            if (send(fd, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) break;
+        }
+        close(fd);
+    }
+
+    int m_fd = -1;
+};
+
+Record FromReply(const Json::Value& reply) {
+    Record record;
+    record.id = reply["id"].asString();
+    record.disorder = reply["order"].asInt();
+    record.version = reply["version"].asString();
+    record.title = reply["title"].asString();
+    record.intro = reply["intro"].asString();
+    record.details = reply["details"].asString();
+    record.button1 = reply["button1"].asString();
+    record.button2 = reply["button2"].asString();
+    record.isAgreed = reply["is_agreed"].asBool();
+    record.isPPused = reply["ppused"].asBool();
+    record.countryCode = "US";
+    return record;
+}
+
+bool StartInProcess(std::string& error) {
+    std::thread([] { g_service->Start(); }).join();
+    Json::Value available(Json::objectValue);
+    available["method"] = "is service available";
+    if (!tarvo::bench::WaitUntil([&] { return CallInProcess(available)["result"].asBool(); })) {
+        error = "the service in this process did not become available";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const tarvo::bench::Options options = tarvo::bench::ParseOptions(argc, argv);
+    tarvo::bench::TempDir data("tarvo-bench-data");
+    tarvo::bench::TempDir root("tarvo-bench-host");
+    tarvo::bench::TempDir local("tarvo-bench-local");
+    std::string error;
+    State state;
+    g_state = &state;
+    {
+        tarvo::bench::Cloud cloud;
+        if (!tarvo::bench::WriteDataSet(data.Path()) ||
+            !tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
+            std::fprintf(stderr, "bench_queries: %s\n", error.c_str());
+            return 1;
+        }
+    }
+    // The service in this process runs on a copy of the seeded root, the host on the root itself.
+    if (!tarvo::bench::CopyTree(root.Path(), local.Path())) {
+        std::fprintf(stderr, "bench_queries: cannot copy %s\n", root.Path().c_str());
+        return 1;
+    }
+    setenv("TARVO_ROOT", local.Path().c_str(), 1);
+    tarvo::bench::Host host;
+    FloorServer floor;
+    state.floorSocket = local.Path() + "/floor.sock";
+    if (!StartInProcess(error) || !host.Start(root, error) || !floor.Open(state.floorSocket)) {
+        std::fprintf(stderr, "bench_queries: %s\n",
+                     error.empty() ? "cannot open the floor's socket" : error.c_str());
+        return 1;
+    }
+    state.socket = host.SocketPath();
+
+    const Json::Value number = CallInProcess(Request(Query::kNumber, 0));
+    for (Json::UInt i = 0; i < number["number"].asUInt(); ++i) {
+        state.listed.push_back(FromReply(CallInProcess(Request(Query::kByOrder, i))));
+    }
+    if (state.listed.size() != tarvo::bench::ListedCount()) {
+        std::fprintf(stderr, "bench_queries: the store lists %zu records, not %zu\n", state.listed.size(),
+                     tarvo::bench::ListedCount());
+        return 1;
+    }
+    size_t text_bytes = 0;
+    for (const Record& record : state.listed) text_bytes += record.details.size();
+    std::printf("store: %zu records listed, %zu KB of details\n", state.listed.size(), text_bytes / 1024);
+    for (int q = 0; q < 3; ++q) {
+        for (size_t i = 0; i < state.listed.size(); ++i) {
+            state.requests[q].push_back(Request(static_cast<Query>(q), i));
+            Json::Value frame(Json::objectValue);
+            frame["id"] = 1;
+            frame["call"] = state.requests[q].back();
+            state.lines[q].push_back(Compact(frame));
+        }
+    }
+
+    const std::pair<const char*, Query> queries[] = {
+        {"number", Query::kNumber}, {"by_order", Query::kByOrder}, {"by_term_id", Query::kByTermId}};
+    for (const auto& [name, query] : queries) {
+        benchmark::RegisterBenchmark((std::string("InProcess/") + name).c_str(), BM_InProcess, query)
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((std::string("InProcessFloor/") + name).c_str(), BM_InProcessFloor,
+                                     query)
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((std::string("Socket/") + name).c_str(), BM_Socket, query)
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((std::string("SocketFloor/") + name).c_str(), BM_SocketFloor, query)
+            ->Unit(benchmark::kMicrosecond);
+    }
+    // What each query writes to the log: every line is a write(2) the floor does not make.
+    for (int q = 0; q < 3; ++q) {
+        const auto lines_now = [&] {
+            const std::string log = tarvo::bench::ReadFile(local.At("/var/log/tarvo.log"));
+            return static_cast<size_t>(std::count(log.begin(), log.end(), '\n'));
+        };
+        const size_t before = lines_now();
+        for (const Json::Value& request : state.requests[q]) CallInProcess(request);
+        std::printf(
+            "%s: %.1f log lines a call\n", state.requests[q][0]["method"].asCString(),
+            static_cast<double>(lines_now() - before) / static_cast<double>(state.requests[q].size()));
+    }
+    tarvo::bench::LetFilesSettle();
+    auto seconds = tarvo::bench::RunBenchmarks(argc, argv, options);
+
+    const std::pair<const char*, const char*> methods[] = {{"number", "get disclaimer number"},
+                                                           {"by_order", "get disclaimer by order"},
+                                                           {"by_term_id", "get disclaimer by term id"}};
+    for (const auto& [key, method] : methods) {
+        for (const auto& [road, target] :
+             {std::pair<const char*, double>{"InProcess", 2.0}, {"Socket", 3.0}}) {
+            const double value = seconds[std::string(road) + "/" + key];
+            const double floor_value = seconds[std::string(road) + "Floor/" + key];
+            if (value <= 0 || floor_value <= 0) continue;
+            tarvo::bench::Figure figure;
+            figure.road = "Client queries";
+            figure.name = std::string(method) + (std::string(road) == "Socket" ? ", socket" : ", in-process");
+            figure.unit = "calls/s";
+            figure.value = 1 / value;
+            figure.floor = 1 / floor_value;
+            figure.higherIsBetter = true;
+            figure.target = target;
+            tarvo::bench::Emit(options, figure);
+        }
+    }
+    host.Stop();
+    // The service in this process has no orderly end: leave without running its destructors.
+    std::fflush(stdout);
+    _exit(0);
+}

@@ -1,0 +1,129 @@
+// Sync: from "request update disclaimers" to the notification "new_disclaimer_got", against
+// tarvo-cloud on loopback, with the store out of date: each round the set's language changes
+// (English, French, English...), so the service fetches the update notice and the 21-record
+// answer (about 400 KB) and writes every record, the raw answer and the language to its file.
+// Floor, in the same run: the same two GETs (the service's own request lines, as the cloud recorded
+// them) with bare libcurl, one JsonCpp parse of each body, and the same row writes (21 records,
+// the raw answer, the language) as autocommit UPDATEs with bare SQLite on a copy of the store.
+// Network and disk drift, so the two run by turns and their medians are compared.
+#include "bare_store.h"
+#include "report.h"
+#include "television.h"
+
+#include <vconf.h>
+
+#include <json/json.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+namespace {
+
+const char* const kLanguages[2] = {"fr_FR.utf8", "en_US.utf8"};
+
+bool Parse(const std::string& text, Json::Value& value) {
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string errors;
+    return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const tarvo::bench::Options options = tarvo::bench::ParseOptions(argc, argv);
+    tarvo::bench::TempDir data("tarvo-bench-data");
+    tarvo::bench::TempDir root("tarvo-bench-sync");
+    tarvo::bench::Cloud cloud;
+    std::string error;
+    if (!tarvo::bench::WriteDataSet(data.Path()) ||
+        !tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
+        std::fprintf(stderr, "bench_sync: %s\n", error.c_str());
+        return 1;
+    }
+    const std::string store_file = root.At(tarvo::bench::kStoreFile);
+    const std::string floor_file = std::filesystem::path(store_file).parent_path() / "floor.db";
+    std::error_code copied;
+    std::filesystem::copy_file(store_file, floor_file, copied);
+    tarvo::bench::Host host;
+    tarvo::bench::HostLink calls;
+    tarvo::bench::HostLink events;
+    tarvo::bench::BareStore store;
+    // A television on the network, as it is when a user asks for an update.
+    if (copied || !tarvo::bench::SetNetwork(root, true) || !host.Start(root, error) ||
+        !calls.Connect(host.SocketPath()) || !events.Connect(host.SocketPath()) || !events.Subscribe() ||
+        !store.Open(floor_file)) {
+        std::fprintf(stderr, "bench_sync: %s\n", copied ? copied.message().c_str() : error.c_str());
+        return 1;
+    }
+    // The network's first event makes a sync of its own (its update notice finds nothing new).
+    tarvo::bench::LogTail log(root);
+    log.WaitQuiet(std::chrono::milliseconds(500));
+    const std::vector<tarvo::bench::Row> rows = store.DisclaimerRows();
+    if (rows.size() != tarvo::bench::DisclaimerIds().size()) {
+        std::fprintf(stderr, "bench_sync: the store holds %zu records\n", rows.size());
+        return 1;
+    }
+
+    Json::Value request(Json::objectValue);
+    request["method"] = "request update disclaimers";
+    request["request_from"] = "wizard-easy";
+    size_t round = 0;
+    const auto sync = [&] {
+        if (vconf_set_str("db/menu_widget/language", kLanguages[round++ % 2]) != 0) return false;
+        const auto reply = calls.Call(request);
+        return reply && (*reply)["result"].asBool() && events.WaitNotification("new_disclaimer_got");
+    };
+    // One round in each language first: the cloud then holds the service's own requests for both.
+    if (!cloud.AdminDelete("/admin/requests") || !sync() || !sync()) {
+        std::fprintf(stderr, "bench_sync: the first updates did not come\n");
+        return 1;
+    }
+    std::vector<tarvo::bench::BareRequest> gets = cloud.Recorded("GET");
+    if (gets.size() > 4) gets.erase(gets.begin(), gets.end() - 4);
+    if (gets.size() != 4 || gets[1].url.find("/disclaimers/") == std::string::npos) {
+        std::fprintf(stderr, "bench_sync: the service made %zu requests, not 4\n", gets.size());
+        return 1;
+    }
+    size_t floor_round = 0;
+    const auto bare_sync = [&] {
+        const size_t first = (floor_round++ % 2) * 2;
+        std::string notice;
+        std::string disclaimers;
+        Json::Value parsed;
+        if (!tarvo::bench::BareTransfer(gets[first], notice) || !Parse(notice, parsed) ||
+            !tarvo::bench::BareTransfer(gets[first + 1], disclaimers) || !Parse(disclaimers, parsed)) {
+            return false;
+        }
+        if (!store.UpdateInfo(0, disclaimers) || !store.UpdateInfo(1, kLanguages[first / 2])) return false;
+        for (const tarvo::bench::Row& row : rows) {
+            if (!store.UpdateDisclaimer(row)) return false;
+        }
+        return true;
+    };
+    std::string answer;
+    if (tarvo::bench::BareTransfer(gets[1], answer)) {
+        std::printf("answer: %zu records, %zu KB\n", rows.size(), answer.size() / 1024);
+    }
+    tarvo::bench::Paired paired;
+    const int rounds = options.quick ? 1 : 30;
+    const double cpu_before = tarvo::bench::CpuSeconds(host.Pid());
+    if (!tarvo::bench::RunPaired("sync", rounds, tarvo::bench::Timed(sync), tarvo::bench::Timed(bare_sync),
+                                 paired, error)) {
+        std::fprintf(stderr, "bench_sync: %s\n", error.c_str());
+        return 1;
+    }
+    std::printf("host: %.1f ms of CPU a sync\n",
+                (tarvo::bench::CpuSeconds(host.Pid()) - cpu_before) * 1e3 / (rounds + 1));
+    tarvo::bench::Figure figure;
+    figure.road = "Sync";
+    figure.name = "request update to new_disclaimer_got";
+    figure.unit = "ms";
+    figure.value = paired.figure * 1e3;
+    figure.floor = paired.floor * 1e3;
+    figure.target = 1.5;
+    tarvo::bench::Emit(options, figure);
+    return 0;
+}
