@@ -153,7 +153,7 @@ bool SetUp(Fixture& f) {
     setenv("TARVO_ROOT", f.root.c_str(), 1);
     if (!tarvo::platform::PrepareRoot(f.root)) return false;
     Json::Value profile = tarvo::platform::LoadDeviceProfile().value_or(Json::Value(Json::objectValue));
-    profile["firm_code"] = "T-KTM2-1010.5";
+    profile["firm_code"] = "T-TRV2-1010.5";
     profile["curl"]["write_block"] = 16384;
     if (!tarvo::platform::SaveDeviceProfile(profile)) return false;
 
@@ -178,12 +178,12 @@ bool SetUp(Fixture& f) {
     if (!f.server.is_running()) return false;
 
     f.domain = "http://127.0.0.1:" + std::to_string(port);
-    const std::string query = "countrycode=US&modelid=UN55&timestamp=0&lang=en&firmcode=T-KTM2-1010.5";
+    const std::string query = "countrycode=US&modelid=TRV55&timestamp=0&lang=en&firmcode=T-TRV2-1010.5";
     f.noticeUrl = f.domain + "/apps/conf/v1/stacks/tarvoapp/checkversion?items=disclaimer&" + query;
     f.disclaimersUrl = f.domain + "/apps/terms/v4/disclaimers/" + kDisclaimerSetId + "?" + query;
     return vconf_set_str("db/nimbra/gpmurl/apps", f.domain.c_str()) == 0 &&
            vconf_set_str("db/nimbra/countrycode", "US") == 0 &&
-           vconf_set_str("db/nimbra/modelid", "UN55") == 0 &&
+           vconf_set_str("db/nimbra/modelid", "TRV55") == 0 &&
            vconf_set_str("db/menu_widget/language", "en_US.utf8") == 0;
 }
 

@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     profile["ca_file"] = root + "/no-such-ca.pem";
     if (!tarvo::platform::SaveDeviceProfile(profile)) abort();
     vconf_set_str("db/nimbra/countrycode", "US");
-    vconf_set_str("db/nimbra/modelid", "UN55TU8000");
+    vconf_set_str("db/nimbra/modelid", "TRV55Q9");
     vconf_set_str("db/nimbra/duid", "DUID-FUZZ");
     // A folder where the platform log file belongs: its lines are dropped instead of piling up.
     std::filesystem::create_directories(root + "/var/log/tarvo.log");

@@ -75,7 +75,7 @@ inline void StartService() {
     profile["network"]["up"] = false;
     tarvo::platform::SaveDeviceProfile(profile);
     vconf_set_str("db/nimbra/countrycode", "US");
-    vconf_set_str("db/nimbra/modelid", "UN55TU8000");
+    vconf_set_str("db/nimbra/modelid", "TRV55Q9");
     vconf_set_str("db/nimbra/gpmurl/apps", "http://127.0.0.1:9");
     vconf_set_str("db/menu_widget/language", "en_US.utf8");
 

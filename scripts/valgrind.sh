@@ -58,7 +58,7 @@ wait_for 20 test -s "$root/cloud.json" || fail "tarvo-cloud wrote no ports line"
 admin="http://127.0.0.1:$(jq -r .admin "$root/cloud.json")"
 ctl vconf set db/nimbra/gpmurl/apps "http://127.0.0.1:$(jq -r .openapi "$root/cloud.json")" --type string
 ctl vconf set db/nimbra/countrycode US --type string
-ctl vconf set db/nimbra/modelid UN55TU8000 --type string
+ctl vconf set db/nimbra/modelid TRV55Q9 --type string
 ctl vconf set db/nimbra/duid DUID-VALGRIND --type string
 ctl vconf set db/menu_widget/language en_US.utf8 --type string
 

@@ -283,7 +283,7 @@ bool PrepareTelevision(const TempDir& root, const std::string& openapi_url, bool
     if (!tarvo::platform::PrepareRoot(root.Path())) return false;
     const std::pair<const char*, std::string> keys[] = {
         {"db/nimbra/gpmurl/apps", openapi_url},    {"db/nimbra/countrycode", "US"},
-        {"db/nimbra/modelid", "UN55BENCH"},        {"db/nimbra/duid", "DUID-BENCH-0001"},
+        {"db/nimbra/modelid", "TRV55BENCH"},       {"db/nimbra/duid", "DUID-BENCH-0001"},
         {"db/menu_widget/language", "en_US.utf8"},
     };
     for (const auto& [key, value] : keys) {

@@ -34,10 +34,10 @@ Json::Value DefaultDeviceProfile() {
     p["factory_data"]["112"] = 0;
     p["factory_data"]["166"] = 0;
     p["factory_data"]["273"] = 0;
-    p["firm_code"] = "T-KTM2-1010.5";
+    p["firm_code"] = "T-TRV2-1010.5";
     Json::Value& rsp = p["country_list"]["rsp"];
     rsp["stat"] = "ok";
-    rsp["modelId"] = "UN55";
+    rsp["modelId"] = "TRV55";
     rsp["countriesList"] = Json::Value(Json::arrayValue);
     rsp["countriesList"].append(Country("US", "United States"));
     rsp["countriesList"].append(Country("FR", "France"));

@@ -108,7 +108,7 @@ class Television:
         profile = {
             "system_info": {"13": True, "282": False, "61": True, "128": "T-1010.5"},
             "factory_data": {"112": 0, "166": 0, "273": 0},
-            "firm_code": "T-KTM2-1010.5",
+            "firm_code": "T-TRV2-1010.5",
             "term_error": "0",
             # Down at start, so that nothing is fetched before a test asks for it.
             "network": {"up": False, "profile": "ethernet", "mac": "AA:BB:CC:DD:EE:FF", "dns": True},

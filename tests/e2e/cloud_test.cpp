@@ -17,14 +17,14 @@ namespace test {
 namespace {
 
 constexpr const char* kCheckVersion =
-    "/apps/conf/v1/stacks/tarvoapp/checkversion?items=disclaimer&countrycode=US&modelid=UN55TU8000"
-    "&firmcode=T-KTM2-1010.5&timestamp=1700000000&lang=";
+    "/apps/conf/v1/stacks/tarvoapp/checkversion?items=disclaimer&countrycode=US&modelid=TRV55Q9"
+    "&firmcode=T-TRV2-1010.5&timestamp=1700000000&lang=";
 constexpr const char* kUsSet = "TVTERMS-US-2024-05";
 constexpr size_t kNone = std::string::npos;
 
 std::string DisclaimersPath(const std::string& set, const std::string& country, const std::string& lang) {
     return "/apps/terms/v4/disclaimers/" + set + "?countrycode=" + country +
-           "&modelid=UN55TU8000&timestamp=1700000000&lang=" + lang + "&firmcode=T-KTM2-1010.5";
+           "&modelid=TRV55Q9&timestamp=1700000000&lang=" + lang + "&firmcode=T-TRV2-1010.5";
 }
 
 Json::Value FindItem(const Json::Value& answer, const std::string& id) {
@@ -101,10 +101,10 @@ std::string SingleChunk(const std::string& raw) {
 
 constexpr const char* kDuid = "DUID-CLOUD-1";
 constexpr const char* kAgreementPath = "/openapi/zephterms/";
-// SHA-1 of "DUID-CLOUD-1+US+UN55TU8000+++" + letters + "+" + the deployment's key.
-constexpr const char* kProductionYN = "9c86414068adbf732b84c1deb6eeaa807592a856";
-constexpr const char* kStagingYN = "149022b0f857385aea0330a3720a4f5a76f4a829";
-constexpr const char* kProductionY = "f476f1ed20ce3e232230779305e31e806b8ef509";
+// SHA-1 of "DUID-CLOUD-1+US+TRV55Q9+++" + letters + "+" + the deployment's key.
+constexpr const char* kProductionYN = "bbca14e11638d84a499f8611a791117b1d36eea1";
+constexpr const char* kStagingYN = "1966dcc3672cc2be3b73b4af8588172a61f2d38a";
+constexpr const char* kProductionY = "f28a074c3d281aea946c035ec86a306b05515695";
 
 std::string Terms(const std::vector<std::vector<std::string>>& terms) {
     std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<AgreeTerms>\n";
@@ -119,7 +119,7 @@ const std::string kYN = Terms({{"pp", "Y", "1.0"}, {"tnc", "N", "2.0"}});
 
 std::vector<std::string> AgreementHeaders(const std::string& signature) {
     return {"Content-Type: application/xml;charset=UTF-8", std::string("DUID: ") + kDuid, "Country: US",
-            "ModelID: UN55TU8000", "Signature: " + signature};
+            "ModelID: TRV55Q9", "Signature: " + signature};
 }
 
 // The cloud alone, without a television.
@@ -364,7 +364,7 @@ TEST_F(Cloud, TheAgreementServerTakesOnlyWellFormedUploadsSignedForItsDeployment
     const Json::Value& production = agreements["production"][kDuid];
     EXPECT_EQ(production["uploads"], 3);
     EXPECT_EQ(production["country"], "US");
-    EXPECT_EQ(production["model"], "UN55TU8000");
+    EXPECT_EQ(production["model"], "TRV55Q9");
     EXPECT_EQ(production["terms"]["pp"]["agree"], "Y");
     EXPECT_EQ(production["terms"]["pp"]["agreeVer"], "1.0");
     EXPECT_EQ(production["terms"]["tnc"]["agree"], "Y");
@@ -377,7 +377,7 @@ TEST_F(Cloud, TheAgreementServerTakesOnlyWellFormedUploadsSignedForItsDeployment
 
 TEST_F(Cloud, TheLogServerRecordsEachEventOfABatchWithItsHeaderUnlessAFaultAnswers) {
     const std::string batch = R"({"service": "14_global",
-        "header": {"model_name": "UN55TU8000", "user_id": "D1", "duid": "D1", "country_code": "US"},
+        "header": {"model_name": "TRV55Q9", "user_id": "D1", "duid": "D1", "country_code": "US"},
         "events": [{"name": "MOVETOPANEL", "time": "2024-05-01T10:00:00+0000", "category": "EV001",
                     "value": "T-1010.5", "desc": "{service = tnc}"},
                    {"name": "TICK", "time": "2024-05-01T10:00:01+0000", "category": "EV002",

@@ -51,7 +51,7 @@ void Sync::PrepareTelevision() {
 
     SetVconf("db/nimbra/gpmurl/apps", "http://127.0.0.1:" + std::to_string(m_openapiPort));
     SetVconf("db/nimbra/countrycode", "US");
-    SetVconf("db/nimbra/modelid", "UN55TU8000");
+    SetVconf("db/nimbra/modelid", "TRV55Q9");
     SetVconf("db/nimbra/duid", kSyncDuid);
     SetVconf("db/menu_widget/language", "en_US.utf8");
     m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });

@@ -27,7 +27,7 @@ TEST_F(SyncWithoutModel, TwoRequestersWaitingForLateValuesAreBothAnsweredByOneRu
     ASSERT_TRUE(WaitUntil([&] { return LogCount("requester type 1") == 1; }));
     EXPECT_EQ(CloudRequests().size(), 0u);
 
-    SetVconf("db/nimbra/modelid", "UN65LATE");
+    SetVconf("db/nimbra/modelid", "TRV65LATE");
     const Json::Value first = Notification("new_disclaimer_got");
     const Json::Value second = Notification("new_disclaimer_got");
     EXPECT_EQ(first["result"], "success");
@@ -36,7 +36,7 @@ TEST_F(SyncWithoutModel, TwoRequestersWaitingForLateValuesAreBothAnsweredByOneRu
     EXPECT_EQ(second["wizard_page"], "wizard-easy");
     const Json::Value requests = CloudRequests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0]["query"]["modelid"], "UN65LATE");
+    EXPECT_EQ(requests[0]["query"]["modelid"], "TRV65LATE");
 }
 
 class SyncNimbraTimeout : public SyncWithoutModel {
@@ -53,7 +53,7 @@ TEST_F(SyncNimbraTimeout, TheWaitEndsWithTheTermErrorAndLateValuesStartNothing) 
     // The time-out's failure names no requester.
     EXPECT_EQ(got["wizard_page"], "wizard-terms");
 
-    SetVconf("db/nimbra/modelid", "UN65LATE");
+    SetVconf("db/nimbra/modelid", "TRV65LATE");
     EXPECT_EQ(RequestUpdate("settings")["result"], "success");
     EXPECT_EQ(CloudRequests().size(), 2u);
 }

@@ -114,9 +114,9 @@ TEST_F(Upload, AnswersGivenOfflineGoOutSignedForEachDeploymentAndOnlyOnce) {
         EXPECT_EQ(headers["Content-Type"], "application/xml;charset=UTF-8");
         EXPECT_EQ(headers["DUID"], kSyncDuid);
         EXPECT_EQ(headers["Country"], "US");
-        EXPECT_EQ(headers["ModelID"], "UN55TU8000");
+        EXPECT_EQ(headers["ModelID"], "TRV55Q9");
         EXPECT_EQ(headers["Signature"],
-                  Sha1Hex(std::string(kSyncDuid) + "+US+UN55TU8000+++" + letters + "+" + d.key));
+                  Sha1Hex(std::string(kSyncDuid) + "+US+TRV55Q9+++" + letters + "+" + d.key));
 
         // Everything is reported: a new start sends nothing.
         ClearCloudRequests();

@@ -94,7 +94,7 @@ class Connector : public ::testing::Test {
 
         SetDomain("http://127.0.0.1:" + std::to_string(m_port));
         ASSERT_EQ(0, vconf_set_str("db/nimbra/countrycode", "US"));
-        ASSERT_EQ(0, vconf_set_str("db/nimbra/modelid", "UN55"));
+        ASSERT_EQ(0, vconf_set_str("db/nimbra/modelid", "TRV55"));
         ASSERT_EQ(0, vconf_set_str("db/menu_widget/language", "zh_TW.utf8"));
     }
 
@@ -171,14 +171,14 @@ TEST_F(Connector, BothRequestsSendTheirQueryInOrderWithTheCommonHeaders) {
     ASSERT_EQ(2u, requests.size());
     std::smatch m;
     const std::regex notice(
-        R"(/apps/conf/v1/stacks/tarvoapp/checkversion\?items=disclaimer&countrycode=US&modelid=UN55)"
-        R"(&firmcode=T-KTM2-1010\.5&timestamp=(\d+)&lang=zh)");
+        R"(/apps/conf/v1/stacks/tarvoapp/checkversion\?items=disclaimer&countrycode=US&modelid=TRV55)"
+        R"(&firmcode=T-TRV2-1010\.5&timestamp=(\d+)&lang=zh)");
     ASSERT_TRUE(std::regex_match(requests[0].target, m, notice)) << requests[0].target;
     EXPECT_GE(std::stol(m[1]), before);
     EXPECT_LE(std::stol(m[1]), after);
     const std::regex disclaimers(
-        R"(/apps/terms/v4/disclaimers/DS-7\?countrycode=US&modelid=UN55&timestamp=(\d+)&lang=zh)"
-        R"(&firmcode=T-KTM2-1010\.5)");
+        R"(/apps/terms/v4/disclaimers/DS-7\?countrycode=US&modelid=TRV55&timestamp=(\d+)&lang=zh)"
+        R"(&firmcode=T-TRV2-1010\.5)");
     ASSERT_TRUE(std::regex_match(requests[1].target, m, disclaimers)) << requests[1].target;
 
     const std::string host = "127.0.0.1:" + std::to_string(m_port);

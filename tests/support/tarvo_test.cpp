@@ -58,12 +58,12 @@ Json::Value DefaultProfile() {
     p["factory_data"]["112"] = 0;
     p["factory_data"]["166"] = 0;
     p["factory_data"]["273"] = 0;
-    p["firm_code"] = "T-KTM2-1010.5";
+    p["firm_code"] = "T-TRV2-1010.5";
     Json::Value country(Json::objectValue);
     country["countryCode"] = "US";
     country["countryName"] = "United States";
     p["country_list"]["rsp"]["stat"] = "ok";
-    p["country_list"]["rsp"]["modelId"] = "UN55";
+    p["country_list"]["rsp"]["modelId"] = "TRV55";
     p["country_list"]["rsp"]["countriesList"].append(country);
     p["term_error"] = "0";
     p["network"]["up"] = true;

@@ -207,7 +207,7 @@ delay, drop):
 Publish requests ("country" is optional: without it the change applies to every country):
   {"country":"US","lang":"en","id":"tnc","version":"2.0"}
                            new version of a disclaimer; with "lang" for that translation only
-  {"country":"US","withdraw":"yahoo"}
+  {"country":"US","withdraw":"rm"}
                            withdraw a disclaimer
   {"country":"US","disclaimer":{"id":..,"version":..,"content":{..},"texts":{"en":{..}}}}
                            replace a disclaimer whole, or add it (a new translation too)

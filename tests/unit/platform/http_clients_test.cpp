@@ -62,7 +62,7 @@ class HttpClient : public ::testing::Test {
 };
 
 TEST_F(HttpClient, SendsTheServiceHeadersAndTheDeviceHeadersExactlyOnce) {
-    ASSERT_EQ(vconf_set_str("db/nimbra/modelid", "UN55TU8000"), 0);
+    ASSERT_EQ(vconf_set_str("db/nimbra/modelid", "TRV55Q9"), 0);
     Prepare("/body");
     ASSERT_TRUE(client.setLumiqHeader(1));  // before the list: both must reach the wire
     ASSERT_TRUE(client.setOption(ZephCurl::HTTPHEADER, std::list<std::string>{"Accept: application/json",
@@ -76,7 +76,7 @@ TEST_F(HttpClient, SendsTheServiceHeadersAndTheDeviceHeadersExactlyOnce) {
     EXPECT_EQ(seen.get_header_value("Accept"), "application/json");
     EXPECT_EQ(seen.get_header_value_count("Accept-Encoding"), 1u);
     EXPECT_EQ(seen.get_header_value("Accept-Encoding"), "identity");
-    EXPECT_EQ(seen.get_header_value("X-Device-Model"), "UN55TU8000");
+    EXPECT_EQ(seen.get_header_value("X-Device-Model"), "TRV55Q9");
     EXPECT_EQ(seen.get_header_value("X-Device-Firmware"), "T-1010.5");
 }
 

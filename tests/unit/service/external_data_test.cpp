@@ -22,10 +22,10 @@ class ExternalData : public ::testing::Test {
 TEST_F(ExternalData, GettersFollowVconfAndProfileChangesMadeWhileRunning) {
     EXPECT_EQ(data->GetCountryCode(), "");
     vconf_set_str("db/nimbra/countrycode", "US");
-    vconf_set_str("db/nimbra/modelid", "UN55");
+    vconf_set_str("db/nimbra/modelid", "TRV55");
     vconf_set_str("db/nimbra/gpmurl/apps", "127.0.0.1:8080");
     EXPECT_EQ(data->GetCountryCode(), "US");
-    EXPECT_EQ(data->GetModelID(), "UN55");
+    EXPECT_EQ(data->GetModelID(), "TRV55");
     EXPECT_EQ(data->GetAppsDomains(), "127.0.0.1:8080");
     vconf_set_str("db/nimbra/countrycode", "DE");
     EXPECT_EQ(data->GetCountryCode(), "DE");
@@ -68,14 +68,14 @@ TEST_F(ExternalData, DeviceIdIsCachedUntilANewMacAddressAndFirmCodeFromItsFirstS
 
     root.EditProfile([](Json::Value& p) { p.removeMember("firm_code"); });
     EXPECT_EQ(data->GetFirmCode(), "");
-    root.EditProfile([](Json::Value& p) { p["firm_code"] = "T-KTM2-1010.5"; });
-    EXPECT_EQ(data->GetFirmCode(), "T-KTM2-1010.5");
+    root.EditProfile([](Json::Value& p) { p["firm_code"] = "T-TRV2-1010.5"; });
+    EXPECT_EQ(data->GetFirmCode(), "T-TRV2-1010.5");
     root.EditProfile([](Json::Value& p) { p["firm_code"] = "T-OTHER"; });
-    EXPECT_EQ(data->GetFirmCode(), "T-KTM2-1010.5");
+    EXPECT_EQ(data->GetFirmCode(), "T-TRV2-1010.5");
 }
 
 // Three countries, the middle one with a numeric code.
-const char* const kGoodList = R"({"rsp": {"stat": "ok", "modelId": "UN55", "countriesList": [
+const char* const kGoodList = R"({"rsp": {"stat": "ok", "modelId": "TRV55", "countriesList": [
     {"countryCode": "US", "countryName": "United States"}, {"countryCode": 5, "countryName": "Numeric"},
     {"countryCode": "DE", "countryName": "Germany"}]}})";
 

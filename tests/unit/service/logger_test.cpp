@@ -31,7 +31,7 @@ class UsageLogger : public ::testing::Test {
             p["deployment"]["log_staging_host"] = kStagingHost;
         });
         vconf_set_str("db/nimbra/countrycode", "US");
-        vconf_set_str("db/nimbra/modelid", "UN55");
+        vconf_set_str("db/nimbra/modelid", "TRV55");
         vconf_set_str("db/nimbra/duid", "DUID-7");
     }
     void TearDown() override {
@@ -108,7 +108,7 @@ TEST_F(UsageLogger, APolicyWithStatOkAmongBlanksSetsUpOnceForABatchOfEvents) {
     EXPECT_EQ(events[0]["service"], "14_global");
     EXPECT_EQ(events[1]["desc"], "{service = apps}");
     Json::Value header;
-    Json::Reader().parse(R"({"model_name": "UN55", "user_id": "DUID-7", "duid": "DUID-7",
+    Json::Reader().parse(R"({"model_name": "TRV55", "user_id": "DUID-7", "duid": "DUID-7",
                              "country_code": "US"})",
                          header);
     EXPECT_EQ(events[0]["header"], header);
