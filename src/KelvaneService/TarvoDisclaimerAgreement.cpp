@@ -5,6 +5,7 @@
 #include <openssl/sha.h>
 #include <tarvo/platform.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -47,7 +48,9 @@ CTarvoDisclaimerAgreement::~CTarvoDisclaimerAgreement() {
 
 bool CTarvoDisclaimerAgreement::Create() {
     TARVO_LOGI("TarvoDisclaimerAgreement Create...");
-    m_pWorker = bracken::ser::WorkerFactory::Get()->GetWorker(kWorkerName);
+    // Published atomically: the main service hands this object out before Create, so a client's
+    // answer may post here from another thread while the worker is being taken.
+    std::atomic_store(&m_pWorker, bracken::ser::WorkerFactory::Get()->GetWorker(kWorkerName));
     PutAgreementToServer();
     return true;
 }
@@ -67,10 +70,13 @@ void CTarvoDisclaimerAgreement::PutAgreementToServer() {
 void CTarvoDisclaimerAgreement::SendEvent(Sedge::TCEvent* event) {
     Sedge::TCEvent copy(*event);
     std::function<void()> fn = [this, copy]() { t_OnEvent(copy); };
+    std::shared_ptr<bracken::ser::Worker> worker = std::atomic_load(&m_pWorker);
+    // Before Create has taken the worker: Create's own upload carries whatever this event asked for.
+    if (worker == nullptr) return;
     bracken::ser::Job* job = new bracken::ser::Job(fn);
     // The info service's wording, kept for every service that posts this way.
     TARVO_LOGD("Send event to KELVANE_INFO_SERV %p", static_cast<void*>(job));
-    m_pWorker->Do(job);
+    worker->Do(job);
 }
 
 bool CTarvoDisclaimerAgreement::t_OnEvent(Sedge::TCEvent event) {

@@ -1,5 +1,6 @@
 #include "TarvoKelvaneInfoService.h"
 
+#include <atomic>
 #include <cstring>
 #include <exception>
 #include <functional>
@@ -32,7 +33,9 @@ CTarvoKelvaneInfoService::~CTarvoKelvaneInfoService() { m_pWorker.reset(); }
 bool CTarvoKelvaneInfoService::Create() {
     TARVO_LOGI("TarvoKelvaneInfoService Create...");
     // The main service's worker: the events of both services run one after another.
-    m_pWorker = bracken::ser::WorkerFactory::Get()->GetWorker(kWorkerName);
+    // Published atomically: the main service hands this object out before Create, and a client's
+    // request may post here from its own thread meanwhile.
+    std::atomic_store(&m_pWorker, bracken::ser::WorkerFactory::Get()->GetWorker(kWorkerName));
     if (m_pDataFactory == nullptr) m_pDataFactory = new CTarvoKelvaneDataFactory();
     if (m_pNimbraTimeoutAlarm != nullptr) return true;
     m_pNimbraTimeoutAlarm = new Sedge::TCAlarm();
@@ -60,7 +63,15 @@ void CTarvoKelvaneInfoService::SendEvent(Sedge::TCEvent* event) {
     Do(job);
 }
 
-void CTarvoKelvaneInfoService::Do(bracken::ser::Job* job) { m_pWorker->Do(job); }
+void CTarvoKelvaneInfoService::Do(bracken::ser::Job* job) {
+    std::shared_ptr<bracken::ser::Worker> worker = std::atomic_load(&m_pWorker);
+    // Before Create has taken the worker the job has nowhere to run: dropped, as for a missing service.
+    if (worker == nullptr) {
+        delete job;
+        return;
+    }
+    worker->Do(job);
+}
 
 void CTarvoKelvaneInfoService::t_Clear(Sedge::TCEvent* /*event*/) {}
 
