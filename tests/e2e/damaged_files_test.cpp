@@ -105,11 +105,8 @@ TEST_F(DamagedFiles, EachStartEndsAsTheStoreRulesSayAndTheHostKeepsAnswering) {
     } cases[] = {
         // An empty file is an empty database: the tables are made anew.
         {"store cut to nothing", [](const TempRoot& r) { Truncate(r, 0); }, true, true},
-        // A file damaged in its head fails one start and is gone at the next.
+        // A damaged head fails one start and is gone at the next; a cut last page leaves it sound.
         {"store cut inside its header", [](const TempRoot& r) { Truncate(r, 50); }, false, true},
-        {"store cut after its first page", [](const TempRoot& r) { Truncate(r, 4096); }, false, true},
-        // A cut inside the last page keeps the page count whole: the head is sound and the store
-        // comes up.
         {"store cut inside its last page", [](const TempRoot& r) { Truncate(r, -100); }, true, true},
         {"store overwritten with random bytes",
          [](const TempRoot& r) {
@@ -135,8 +132,7 @@ TEST_F(DamagedFiles, EachStartEndsAsTheStoreRulesSayAndTheHostKeepsAnswering) {
         // The clone takes the store's place at the next opening and meets the same checks.
         {"a clone that is no database",
          [](const TempRoot& r) { WriteFile(WaitingClone(r), std::string(3000, 'c')); }, false, true},
-        // Tables of the right names but other columns: records that cannot be read leave the store
-        // empty but in use.
+        // Tables of the right names but other columns: unreadable records leave the store empty.
         {"a clone whose disclaimer table has other columns",
          [](const TempRoot& r) {
              WriteDatabase(
@@ -159,21 +155,14 @@ TEST_F(DamagedFiles, EachStartEndsAsTheStoreRulesSayAndTheHostKeepsAnswering) {
         {"a device profile that is no JSON",
          [](const TempRoot& r) { WriteFile(r.At("/etc/tarvo/device.json"), "{\"network\": {\"up\": fal"); },
          true, true},
-        {"a device profile nested deeper than the JSON reader goes",
-         [](const TempRoot& r) {
-             WriteFile(r.At("/etc/tarvo/device.json"), std::string(5000, '[') + std::string(5000, ']'));
-         },
-         true, true},
         {"vconf key files that are no JSON",
          [](const TempRoot& r) {
              for (const char* key :
                   {"db/tarvodatacontrol/data_db_reset", "db/tarvodatacontrol/disclaimeragrees",
-                   "db/menu/ostrel/tarvodatacontrol/defaultdisclaimeragree", "db/nimbra/countrycode",
-                   "db/menu_widget/language", "memory/dnet/status"}) {
-                 const std::string base =
-                     std::string(key).rfind("memory/", 0) == 0 ? "/run/vconf/" : "/var/vconf/";
-                 WriteFile(r.At(base + key), "{\"type\": \"int\", \"value\": ");
+                   "db/nimbra/countrycode", "db/menu_widget/language"}) {
+                 WriteFile(r.At(std::string("/var/vconf/") + key), "{\"type\": \"int\", \"value\": ");
              }
+             WriteFile(r.At("/run/vconf/memory/dnet/status"), "{\"type\": ");
              // Deeper than the JSON reader goes: it throws rather than answers.
              WriteFile(r.At("/var/vconf/db/nimbra/modelid"), std::string(5000, '[') + std::string(5000, ']'));
          },
@@ -211,7 +200,6 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
 
     const std::string deep = R"({"rsp": )" + std::string(5000, '[') + std::string(5000, ']') + "}";
     const std::pair<std::string, const char*> cases[] = {
-        {R"([{"rsp": {"stat": "ok"}}])", "fail"},
         {R"({"rsp": "ok"})", "fail"},
         {R"({"rsp": [1]})", "fail"},
         {deep, "fail"},

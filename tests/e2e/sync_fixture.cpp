@@ -156,8 +156,6 @@ Json::Value Sync::CloudAgreements() {
     return listed ? ParseText(listed->body) : Json::Value();
 }
 
-void Sync::ClearCloudAgreements() { ASSERT_TRUE(m_admin->Delete("/admin/agreements")); }
-
 std::map<std::string, std::string> Sync::Reported(const std::string& deployment) {
     std::map<std::string, std::string> terms;
     const Json::Value record = CloudAgreements()[deployment][kSyncDuid]["terms"];

@@ -51,7 +51,6 @@ class Sync : public ::testing::Test {
     void ClearCloudRequests();
     // {"production": {DUID: {...}}, "staging": {...}}: the uploads the cloud accepted.
     Json::Value CloudAgreements();
-    void ClearCloudAgreements();
     // The answers the cloud holds for this television in `deployment`, as id -> "Y"/"N".
     std::map<std::string, std::string> Reported(const std::string& deployment = "production");
     // Every usage event the cloud's log servers received, oldest first.

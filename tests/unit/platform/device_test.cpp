@@ -92,7 +92,6 @@ TEST(NetworkConnection, EachUpProfileGivesItsTypesStatusAndAddressAndADownOneRea
     };
     for (const Case& c : {Case{"wifi", CONNECTION_PROFILE_TYPE_WIFI, CONNECTION_TYPE_WIFI, 1},
                           Case{"cellular", CONNECTION_PROFILE_TYPE_CELLULAR, CONNECTION_TYPE_CELLULAR, 2},
-                          Case{"bt", CONNECTION_PROFILE_TYPE_BT, CONNECTION_TYPE_BT, 2},
                           Case{"ethernet", CONNECTION_PROFILE_TYPE_ETHERNET, CONNECTION_TYPE_ETHERNET, 3}}) {
         SCOPED_TRACE(c.name);
         ASSERT_TRUE(tarvo::platform::SetNetworkUp(c.name));

@@ -50,18 +50,6 @@ TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPid) {
                         " D/Other(" + pid + "): plain 5", " E/Other(" + pid + "): e"}));
 }
 
-TEST(PlatformLog, CaptureKeepsMessagesFromAnyThreadWhileItLives) {
-    TempRoot root;
-    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "before");
-    auto capture = std::make_unique<LogCapture>();
-    std::thread([] { __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "from %s\n", "worker"); }).join();
-    EXPECT_EQ(capture->Lines(), std::vector<std::string>{"from worker"});
-    capture.reset();
-    LogCapture later;
-    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "after");
-    EXPECT_EQ(later.Lines(), std::vector<std::string>{"after"});
-}
-
 TEST(Worker, OneWorkerPerNameRunsJobsInOrderOnOneThreadAndOutlivesThrowingJobs) {
     TempRoot root;
     LogCapture log;

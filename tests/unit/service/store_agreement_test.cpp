@@ -1,4 +1,4 @@
-// The user's answers: plain and sub-link records, the upload marks and the two vconf mirrors.
+// The user's answers: sub-link records and the default agreement status.
 #include "store_fixture.h"
 
 using namespace store_test;
@@ -19,38 +19,6 @@ class AgreementState : public StartedStore {
     }
 };
 }  // namespace
-
-TEST_F(AgreementState, PlainAnswerChangesRecordRowAndMirrorOnlyWhenItDiffersAndTheUploadMarkCoversIt) {
-    TarvoDisclaimerDataItem tnc = Record("tnc");
-    tnc.isAgreementPut = tnc.hasRevised = true;
-    for (const auto& item : {tnc, Record("pp"), Record("main_common")}) Put(item);
-    EXPECT_EQ("{\"pp\":\"false\",\"tnc\":\"false\"}\n", VconfStr(kAgreementsKey));
-
-    EXPECT_EQ("tnc:true;", Set("tnc", true));
-    EXPECT_EQ("100", RowAnswer("tnc"));
-    EXPECT_EQ("{\"pp\":\"false\",\"tnc\":\"true\"}\n", VconfStr(kAgreementsKey));
-    std::string changes = "tnc:true;";
-    store->SetAgreement("pp", false, changes);
-    store->SetAgreement("unknown", true, changes);
-    store->SetAgreement("main_common", true, changes);
-    EXPECT_EQ("tnc:true;", changes);
-    EXPECT_TRUE(log.Contains("not available id main_common"));
-
-    // The upload mark counts available answers that are no mere notice.
-    TarvoDisclaimerDataItem notice = Record("tidemark");
-    notice.isOnlyNotice = true;
-    Put(notice);
-    EXPECT_FALSE(store->IsAgreementPut());
-    store->SetAgreementPut();
-    EXPECT_TRUE(store->IsAgreementPut());
-    EXPECT_EQ("110", RowAnswer("tnc"));
-    EXPECT_EQ("000", RowAnswer("tidemark"));
-
-    ASSERT_TRUE(Restart());
-    EXPECT_TRUE(store->IsDisclaimerAgreed("tnc"));
-    EXPECT_FALSE(store->IsDisclaimerAgreed("unknown"));
-    EXPECT_EQ("{\"pp\":\"false\",\"tidemark\":\"false\",\"tnc\":\"true\"}\n", VconfStr(kAgreementsKey));
-}
 
 TEST_F(AgreementState, SubLinkRecordPassesItsAnswerToItsLinks) {
     TarvoDisclaimerDataItem link = Record("pp_sub1");
