@@ -25,8 +25,7 @@ int main(int argc, char** argv) {
     std::string error;
     {
         tarvo::bench::Cloud cloud;
-        if (!tarvo::bench::WriteDataSet(data.Path()) ||
-            !tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
+        if (!tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
             std::fprintf(stderr, "bench_answers: %s\n", error.c_str());
             return 1;
         }

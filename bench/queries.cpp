@@ -275,8 +275,7 @@ int main(int argc, char** argv) {
     g_state = &state;
     {
         tarvo::bench::Cloud cloud;
-        if (!tarvo::bench::WriteDataSet(data.Path()) ||
-            !tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
+        if (!tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
             std::fprintf(stderr, "bench_queries: %s\n", error.c_str());
             return 1;
         }

@@ -23,8 +23,7 @@ int main(int argc, char** argv) {
     tarvo::bench::TempDir root("tarvo-bench-upload");
     tarvo::bench::Cloud cloud;
     std::string error;
-    if (!tarvo::bench::WriteDataSet(data.Path()) ||
-        !tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
+    if (!tarvo::bench::SeededTelevision(root, data.Path(), cloud, error)) {
         std::fprintf(stderr, "bench_upload: %s\n", error.c_str());
         return 1;
     }

@@ -480,6 +480,10 @@ bool LogTail::WaitQuiet(std::chrono::milliseconds quiet, std::chrono::millisecon
 }
 
 bool SeededTelevision(const TempDir& root, const std::string& data_dir, Cloud& cloud, std::string& error) {
+    if (!WriteDataSet(data_dir)) {
+        error = "cannot write the data set into " + data_dir;
+        return false;
+    }
     if (!PrepareTelevision(root, "http://127.0.0.1:9", false)) {
         error = "cannot prepare the root " + root.Path();
         return false;

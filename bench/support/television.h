@@ -138,8 +138,8 @@ class LogTail {
 // cloud's set and uploads the answers; the host is then stopped.
 bool SeedStore(const TempDir& root, std::string& error);
 
-// PrepareTelevision, the cloud started on `data_dir` and SeedStore: a root whose store holds the
-// 21 records, network down, with the cloud still running.
+// WriteDataSet into `data_dir`, PrepareTelevision, the cloud started on `data_dir` and SeedStore: a
+// root whose store holds the 21 records, network down, with the cloud still running.
 bool SeededTelevision(const TempDir& root, const std::string& data_dir, Cloud& cloud, std::string& error);
 
 // Waits until files written by the set-up are older than the platform's settling time: until then
