@@ -1,5 +1,6 @@
 // Service framework: jobs, named single-thread workers, services and proxies.
 #include <bracken/ser.h>
+#include <tarvo/log_batch.h>
 
 #include "runtime_support.h"
 
@@ -159,6 +160,8 @@ ServiceProxy::ServiceProxy(std::string name) : m_name(std::move(name)) {}
 ServiceProxy::~ServiceProxy() = default;
 
 Sedge::TCMessage ServiceProxy::CallAPI(const Sedge::TCMessage& message) {
+    // A call writes its log lines at once when it returns, before its reply goes anywhere.
+    tarvo::platform::LogBatch batch;
     Sedge::TCMessage copy(message);
     return OnCallAPI(copy);
 }

@@ -1,5 +1,6 @@
 // The platform log and its in-memory capture for tests.
 #include <dlog.h>
+#include <tarvo/log_batch.h>
 #include <tarvo/log_capture.h>
 #include <tarvo/platform.h>
 
@@ -17,6 +18,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <pthread.h>
+#include <signal.h>
 #include <string_view>
 #include <vector>
 #include <sys/stat.h>
@@ -98,28 +100,34 @@ size_t TimeStamp(char* out) {
     return cached_length + 4;
 }
 
-// The log file, kept open between lines: each line is one write(2) to it, so that lines of
-// several threads or processes never mix and a line is in the kernel's hands (safe from a crash of
-// the process) before the call returns; nothing is held back in this process.
+// The log file, kept open between lines: each line (or batch of lines) is one write(2) to it, so
+// that lines of several threads or processes never mix and a line is in the kernel's hands, safe
+// from a crash of the process, as soon as it is written.
 class LogFile {
   public:
-    void Append(std::string_view line) {
+    void Append(std::string_view text) {
         const char* root = getenv("TARVO_ROOT");
         std::lock_guard<std::mutex> lock(m_mutex);
         // Another root, or the file was removed: the next line goes to a file at the path again.
         if (m_fd >= 0 && (m_root != (root != nullptr ? root : "") || Removed())) {
             close(m_fd);
             m_fd = -1;
+            m_crashFd.store(-1, std::memory_order_release);
         }
         if (m_fd < 0) {
             m_root = root != nullptr ? root : "";
             // Readable by everyone, also from a process whose umask keeps its own files private.
             m_fd = detail::OpenForAppend(platform_path("/var/log/tarvo.log"), 0644, 0755);
             if (m_fd < 0) return;
+            m_crashFd.store(m_fd, std::memory_order_release);
         }
-        ssize_t ignored = write(m_fd, line.data(), line.size());
+        ssize_t ignored = write(m_fd, text.data(), text.size());
         (void)ignored;
     }
+
+    // The descriptor a crash handler writes held lines to: no lock, no allocation. A descriptor
+    // closed by a root change meanwhile only makes that write fail.
+    int CrashFd() const { return m_crashFd.load(std::memory_order_acquire); }
 
   private:
     bool Removed() const {
@@ -129,13 +137,109 @@ class LogFile {
 
     std::mutex m_mutex;  // guards m_fd and m_root
     int m_fd = -1;
+    std::atomic<int> m_crashFd{-1};
     std::string m_root;  // the TARVO_ROOT m_fd was opened under
 };
 
 // Made on first use and never destroyed: a line may be logged while the process exits.
-void AppendLine(std::string_view line) {
+LogFile& TheLogFile() {
     static LogFile* file = new LogFile();
-    file->Append(line);
+    return *file;
+}
+
+// The held lines of one live LogBatch. Slots are static so that a crash handler can read any of
+// them safely: a slot never moves or goes away, and `committed` only covers whole lines.
+struct BatchSlot {
+    std::atomic<bool> used{false};
+    std::atomic<size_t> committed{0};
+    char data[16384];
+};
+constexpr size_t kBatchSlots = 32;
+BatchSlot g_batchSlots[kBatchSlots];
+
+// Initial-exec: read by a signal handler, which must not make the loader allocate the thread's
+// storage.
+thread_local BatchSlot* t_batch __attribute__((tls_model("initial-exec"))) = nullptr;
+thread_local int t_batchDepth __attribute__((tls_model("initial-exec"))) = 0;
+
+const int kCrashSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT};
+struct sigaction g_previous[sizeof(kCrashSignals) / sizeof(kCrashSignals[0])];
+
+// Writes every slot's held lines; async-signal-safe. A batch ending at the same moment may have
+// its lines written twice, never lost.
+void WriteHeldLines() {
+    const int fd = TheLogFile().CrashFd();
+    if (fd < 0) return;
+    for (BatchSlot& slot : g_batchSlots) {
+        if (!slot.used.load(std::memory_order_acquire)) continue;
+        const size_t held = slot.committed.load(std::memory_order_acquire);
+        if (held == 0) continue;
+        ssize_t ignored = write(fd, slot.data, held);
+        (void)ignored;
+    }
+}
+
+void OnCrashSignal(int signal, siginfo_t* info, void* context) {
+    WriteHeldLines();
+    // Hand the signal to whoever had it before. A fault the kernel raised comes back when the
+    // faulting instruction runs again; one sent by kill() or raise() is sent again.
+    for (size_t i = 0; i < sizeof(kCrashSignals) / sizeof(kCrashSignals[0]); ++i) {
+        if (kCrashSignals[i] != signal) continue;
+        const struct sigaction& previous = g_previous[i];
+        if ((previous.sa_flags & SA_SIGINFO) != 0 && previous.sa_sigaction != nullptr) {
+            previous.sa_sigaction(signal, info, context);
+            return;
+        }
+        if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN &&
+            previous.sa_handler != nullptr) {
+            previous.sa_handler(signal);
+            return;
+        }
+        sigaction(signal, &previous, nullptr);
+        if (info == nullptr || info->si_code <= 0) raise(signal);
+        return;
+    }
+}
+
+void InstallCrashWriter() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        for (size_t i = 0; i < sizeof(kCrashSignals) / sizeof(kCrashSignals[0]); ++i) {
+            struct sigaction action {};
+            action.sa_sigaction = OnCrashSignal;
+            action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+            sigemptyset(&action.sa_mask);
+            sigaction(kCrashSignals[i], &action, &g_previous[i]);
+        }
+        std::atexit(WriteHeldLines);
+    });
+}
+
+void FlushBatch(BatchSlot& slot) {
+    const size_t held = slot.committed.load(std::memory_order_relaxed);
+    if (held == 0) return;
+    TheLogFile().Append(std::string_view(slot.data, held));
+    slot.committed.store(0, std::memory_order_release);
+}
+
+void AppendLine(std::string_view line) {
+    BatchSlot* slot = t_batch;
+    if (slot == nullptr) {
+        TheLogFile().Append(line);
+        return;
+    }
+    size_t held = slot->committed.load(std::memory_order_relaxed);
+    if (line.size() > sizeof(slot->data) - held) {
+        FlushBatch(*slot);
+        held = 0;
+    }
+    // A line longer than the whole slot goes out on its own, after what was held before it.
+    if (line.size() > sizeof(slot->data)) {
+        TheLogFile().Append(line);
+        return;
+    }
+    memcpy(slot->data + held, line.data(), line.size());
+    slot->committed.store(held + line.size(), std::memory_order_release);
 }
 
 // The process id of the lines: asked once, and again in a forked child.
@@ -207,6 +311,29 @@ bool LogCapture::WaitFor(const std::string& text, std::chrono::milliseconds time
     });
 }
 
+LogBatch::LogBatch() {
+    if (t_batchDepth++ > 0) return;
+    InstallCrashWriter();
+    for (BatchSlot& slot : g_batchSlots) {
+        bool expected = false;
+        if (slot.used.compare_exchange_strong(expected, true, std::memory_order_acq_rel)) {
+            slot.committed.store(0, std::memory_order_release);
+            t_batch = &slot;
+            return;
+        }
+    }
+    // Every slot is taken: this thread's lines are written one by one, as without a batch.
+}
+
+LogBatch::~LogBatch() {
+    if (--t_batchDepth > 0) return;
+    BatchSlot* slot = t_batch;
+    if (slot == nullptr) return;
+    t_batch = nullptr;
+    FlushBatch(*slot);
+    slot->used.store(false, std::memory_order_release);
+}
+
 }  // namespace platform
 }  // namespace tarvo
 
@@ -215,9 +342,9 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     if (fmt == nullptr) return -1;
     // The line is built in one buffer per thread: "TIME P/TAG(PID): MESSAGE\n". It grows to the
     // longest line the thread wrote (a server's whole answer may be one), so that a long line is
-    // formatted once, not measured first; past 1 MiB it is given back after the line.
+    // formatted once, not measured first; past 64 KiB it is given back after the line.
     thread_local std::vector<char> buffer(4096);
-    constexpr size_t kKeptBytes = 1024 * 1024;
+    constexpr size_t kKeptBytes = 64 * 1024;
     char head_text[160];
     size_t head = tarvo::platform::TimeStamp(head_text);
     const char letter = tarvo::platform::PriorityLetter(prio);

@@ -9,6 +9,8 @@
 #include <unistd.h>
 #include <vconf.h>
 
+#include <utility>
+
 #include "TarvoLog.h"
 
 // The reset's abort holds in every build, release builds included.
@@ -404,6 +406,6 @@ std::string CTarvoInternalData::GetDisclaimerXMLData() {
 void CTarvoInternalData::SetDisclaimerXMLData(std::string data) {
     Sedge::TCMutexGuard guard(m_Mutex);
     m_LoadDisclaimerXMLData();
-    m_XMLData = data;
+    m_XMLData = std::move(data);
     m_UpdateInfoTable(kXMLDataKey, m_XMLData);
 }

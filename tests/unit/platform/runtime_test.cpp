@@ -3,6 +3,7 @@
 #include <bracken/ser.h>
 #include <device/power.h>
 #include <dlog.h>
+#include <tarvo/log_batch.h>
 #include <tarvo/log_capture.h>
 #include <tarvo/platform.h>
 
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -20,6 +22,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -48,6 +51,54 @@ TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPid) {
     EXPECT_EQ(rest, (std::vector<std::string>{
                         " W/TarvoDataControl(" + pid + "): a.cpp: \033[31m [Fn:12] text\033[0m",
                         " D/Other(" + pid + "): plain 5", " E/Other(" + pid + "): e"}));
+}
+
+// A client call's lines are held and written together when it ends: in order however many there
+// are, and by a process that crashes in the middle of the call as well.
+TEST(PlatformLog, ABatchWritesItsLinesWhenItEndsInOrderAndAlsoWhenTheProcessCrashes) {
+    TempRoot root;
+    const std::string log = root.At("/var/log/tarvo.log");
+    const auto lines = [&] {
+        std::vector<std::string> messages;
+        std::istringstream file(tarvo::test::ReadFile(log));
+        for (std::string line; std::getline(file, line);)
+            messages.push_back(line.substr(line.find("): ") + 3));
+        return messages;
+    };
+    std::vector<std::string> expected;
+    {
+        tarvo::platform::LogBatch batch;
+        for (int i = 0; i < 400; ++i) {  // about 40 KB: more than one batch holds
+            __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Batch", "line %d %s", i, std::string(60, 'x').c_str());
+            expected.push_back("line " + std::to_string(i) + " " + std::string(60, 'x'));
+        }
+        __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Batch", "%s", std::string(20000, 'y').c_str());
+        expected.push_back(std::string(20000, 'y'));
+        {
+            tarvo::platform::LogBatch inner;
+            __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Batch", "inner");
+        }
+        expected.push_back("inner");
+        EXPECT_LT(lines().size(), expected.size());  // the last lines are still held
+    }
+    EXPECT_EQ(lines(), expected);
+
+    // A fault the kernel raises (an illegal instruction) and an abort(), which the sanitizers leave
+    // to the process.
+    for (const int signal : {SIGILL, SIGABRT}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            tarvo::platform::LogBatch batch;
+            __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "Batch", "before crash %d", signal);
+            if (signal == SIGILL) __builtin_trap();
+            std::abort();
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        expected.push_back("before crash " + std::to_string(signal));
+        EXPECT_EQ(lines(), expected);
+    }
 }
 
 TEST(Worker, OneWorkerPerNameRunsJobsInOrderOnOneThreadAndOutlivesThrowingJobs) {
