@@ -286,6 +286,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     setenv("TARVO_ROOT", local.Path().c_str(), 1);
+    tarvo::bench::LogToNullIfAsked(local.Path());
     tarvo::bench::Host host;
     FloorServer floor;
     state.floorSocket = local.Path() + "/floor.sock";

@@ -20,10 +20,13 @@ class Collector : public benchmark::ConsoleReporter {
     explicit Collector(std::map<std::string, double>& seconds)
         : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular), m_seconds(seconds) {}
 
+    // Keeps each benchmark's median over its repetitions, or its one run when it has no repetitions.
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
-            if (run.error_occurred || run.iterations == 0 || run.run_type != Run::RT_Iteration) continue;
+            if (run.error_occurred) continue;
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (!median && (run.run_type != Run::RT_Iteration || run.iterations == 0)) continue;
             m_seconds[run.run_name.function_name] =
                 run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
         }
@@ -88,7 +91,19 @@ void Emit(const Options& options, const Figure& figure) {
 std::map<std::string, double> RunBenchmarks(int argc, char** argv, const Options& options) {
     std::vector<char*> args(argv, argv + argc);
     static char quick_time[] = "--benchmark_min_time=0.01";
-    if (options.quick) args.push_back(quick_time);
+    // The machine's speed drifts between runs: figure and floor are repeated in a shuffled order
+    // and their medians compared, as the other roads run by turns.
+    static char repetitions[] = "--benchmark_repetitions=9";
+    static char interleaved[] = "--benchmark_enable_random_interleaving=true";
+    static char aggregates[] = "--benchmark_display_aggregates_only=true";
+    static char repetition_time[] = "--benchmark_min_time=0.1";
+    if (options.quick) {
+        args.push_back(quick_time);
+    } else {
+        for (char* arg : {repetitions, interleaved, aggregates, repetition_time}) args.push_back(arg);
+        // Flags given on the command line win: they come last.
+        for (int i = 1; i < argc; ++i) args.push_back(argv[i]);
+    }
     int count = static_cast<int>(args.size());
     args.push_back(nullptr);
     benchmark::Initialize(&count, args.data());

@@ -374,16 +374,17 @@ bool HostLink::WaitNotification(const std::string& name, std::chrono::millisecon
     }
 }
 
+void LogToNullIfAsked(const std::string& root) {
+    const char* to_null = std::getenv("TARVO_BENCH_LOG_TO_NULL");
+    if (to_null == nullptr || std::string(to_null) != "1") return;
+    std::error_code ignored;
+    fs::remove(root + "/var/log/tarvo.log", ignored);
+    fs::create_symlink("/dev/null", root + "/var/log/tarvo.log", ignored);
+}
+
 bool Host::Start(const TempDir& root, std::string& error) {
     m_socket = root.At("/run/tarvodatacontrol.sock");
-    // TARVO_BENCH_LOG_TO_NULL=1 sends the service's log to /dev/null: what the figure would be
-    // without the log's writes (a diagnosis, never a figure of the table).
-    const char* to_null = std::getenv("TARVO_BENCH_LOG_TO_NULL");
-    if (to_null != nullptr && std::string(to_null) == "1") {
-        std::error_code ignored;
-        fs::remove(root.At("/var/log/tarvo.log"), ignored);
-        fs::create_symlink("/dev/null", root.At("/var/log/tarvo.log"), ignored);
-    }
+    LogToNullIfAsked(root.Path());
     std::vector<std::string> argv = {TARVO_HOST_BIN, "--module", TARVO_MODULE_PATH, "--root", root.Path()};
     // TARVO_BENCH_HOST_WRAPPER runs the host under a tool, e.g. "/usr/bin/valgrind --tool=callgrind":
     // where its time goes (a diagnosis, never a figure of the table).

@@ -146,6 +146,9 @@ bool SeededTelevision(const TempDir& root, const std::string& data_dir, Cloud& c
 // it reads the profile and vconf keys again at each call, as a file changed within a time step of
 // a read could change again unseen. A television's files are long settled.
 void LetFilesSettle();
+// TARVO_BENCH_LOG_TO_NULL=1 sends the service's log under `root` to /dev/null: what a figure would
+// be without the log's writes (a diagnosis, never a figure of the table).
+void LogToNullIfAsked(const std::string& root);
 
 // User and system CPU seconds a process has used so far, from /proc/PID/stat.
 double CpuSeconds(pid_t pid);

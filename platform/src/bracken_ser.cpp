@@ -1,6 +1,6 @@
 // Service framework: jobs, named single-thread workers, services and proxies.
 #include <bracken/ser.h>
-#include <tarvo/log_batch.h>
+#include <tarvo/call_scope.h>
 
 #include "runtime_support.h"
 
@@ -160,8 +160,9 @@ ServiceProxy::ServiceProxy(std::string name) : m_name(std::move(name)) {}
 ServiceProxy::~ServiceProxy() = default;
 
 Sedge::TCMessage ServiceProxy::CallAPI(const Sedge::TCMessage& message) {
-    // A call writes its log lines at once when it returns, before its reply goes anywhere.
-    tarvo::platform::LogBatch batch;
+    // A call writes its log lines at once when it returns, before its reply goes anywhere, and
+    // reads each device file once.
+    tarvo::platform::CallScope scope;
     Sedge::TCMessage copy(message);
     return OnCallAPI(copy);
 }

@@ -7,6 +7,7 @@
 
 #include <dlog.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <memory>
@@ -45,8 +46,19 @@ const std::string& ProfilePath() {
 
 // The profile on disk now: read and parsed only when the file changed since the last call.
 std::shared_ptr<const Json::Value> CurrentProfile() {
+    // Within one client call the profile is looked at once (see CallScope): a call asks for one
+    // value per record, and even the path's check of TARVO_ROOT shows at that rate.
+    struct CallProfile {
+        std::uint64_t call = 0;
+        std::uint64_t replaced = 0;
+        std::shared_ptr<const Json::Value> profile;
+    };
+    thread_local CallProfile held;
+    const std::uint64_t call = CallScope::Current();
+    const std::uint64_t replaced = detail::FilesReplaced();
+    if (call != 0 && held.call == call && held.replaced == replaced) return held.profile;
     const std::string& path = ProfilePath();
-    return Profiles().Get(path, [&path](const std::string& text) -> std::shared_ptr<const Json::Value> {
+    auto read = Profiles().Get(path, [&path](const std::string& text) -> std::shared_ptr<const Json::Value> {
         std::optional<Json::Value> profile;
         // JsonCpp refuses nesting deeper than its stack limit by throwing; that text is no profile.
         try {
@@ -61,6 +73,8 @@ std::shared_ptr<const Json::Value> CurrentProfile() {
         }
         return std::make_shared<const Json::Value>(std::move(*profile));
     });
+    if (call != 0) held = CallProfile{call, replaced, read};
+    return read;
 }
 
 }  // namespace

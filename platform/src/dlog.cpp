@@ -242,6 +242,22 @@ void AppendLine(std::string_view line) {
     slot->committed.store(held + line.size(), std::memory_order_release);
 }
 
+// `value` in decimal into `out` (at least 21 bytes, no terminator); its length.
+size_t Decimal(long value, char* out) {
+    char digits[24];
+    size_t count = 0;
+    unsigned long rest =
+        value < 0 ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+    do {
+        digits[count++] = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest != 0);
+    size_t length = 0;
+    if (value < 0) out[length++] = '-';
+    while (count > 0) out[length++] = digits[--count];
+    return length;
+}
+
 // The process id of the lines: asked once, and again in a forked child.
 pid_t LinePid() {
     static std::atomic<pid_t> pid{0};
@@ -345,25 +361,27 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     // formatted once, not measured first; past 64 KiB it is given back after the line.
     thread_local std::vector<char> buffer(4096);
     constexpr size_t kKeptBytes = 64 * 1024;
-    char head_text[160];
-    size_t head = tarvo::platform::TimeStamp(head_text);
     const char letter = tarvo::platform::PriorityLetter(prio);
     const char* tag_text = tag != nullptr ? tag : "";
-    const int pid = static_cast<int>(tarvo::platform::LinePid());
-    const int rest =
-        snprintf(head_text + head, sizeof(head_text) - head, " %c/%s(%d): ", letter, tag_text, pid);
-    std::string long_head;  // for a tag too long for head_text
-    const char* head_data = head_text;
-    if (rest < 0 || head + static_cast<size_t>(rest) >= sizeof(head_text)) {
-        long_head =
-            std::string(head_text, head) + " " + letter + "/" + tag_text + "(" + std::to_string(pid) + "): ";
-        head_data = long_head.data();
-        head = long_head.size();
-    } else {
-        head += static_cast<size_t>(rest);
-    }
-    if (buffer.size() < head + 4096) buffer.resize(head + 4096);
-    memcpy(buffer.data(), head_data, head);
+    const size_t tag_length = strlen(tag_text);
+    char pid_text[16];
+    const size_t pid_length =
+        tarvo::platform::Decimal(static_cast<long>(tarvo::platform::LinePid()), pid_text);
+    // "TIME P/TAG(PID): " put together by hand: snprintf costs more than the rest of the line.
+    const size_t head_room = 24 + 3 + tag_length + 1 + pid_length + 3;
+    if (buffer.size() < head_room + 4096) buffer.resize(head_room + 4096);
+    char* out = buffer.data();
+    size_t head = tarvo::platform::TimeStamp(out);
+    out[head++] = ' ';
+    out[head++] = letter;
+    out[head++] = '/';
+    memcpy(out + head, tag_text, tag_length);
+    head += tag_length;
+    out[head++] = '(';
+    memcpy(out + head, pid_text, pid_length);
+    head += pid_length;
+    memcpy(out + head, "): ", 3);
+    head += 3;
     va_list args;
     va_start(args, fmt);
     va_list copy;
@@ -385,8 +403,13 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     const std::string_view line(text, length);
 
     tarvo::platform::AppendLine(line);
-    const char* mirror = getenv("TARVO_LOG_STDERR");
-    if (mirror != nullptr && strcmp(mirror, "1") == 0 && prio >= tarvo::platform::MirrorLevel()) {
+    // Read once: the environment a process starts with says whether its lines go to a terminal.
+    static const bool mirror = [] {
+        const char* value = getenv("TARVO_LOG_STDERR");
+        return value != nullptr && strcmp(value, "1") == 0;
+    }();
+    static const int mirror_level = tarvo::platform::MirrorLevel();
+    if (mirror && prio >= mirror_level) {
         ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
         (void)ignored;
     }

@@ -1,5 +1,7 @@
 #include "file_util.h"
 
+#include <atomic>
+
 #include <dlog.h>
 
 #include <cerrno>
@@ -100,8 +102,17 @@ bool WriteFileAtomically(const std::string& path, const std::string& content, st
         unlink(temp.c_str());
         return false;
     }
+    NoteFileReplaced();
     return true;
 }
+
+namespace {
+std::atomic<std::uint64_t> g_filesReplaced{0};
+}  // namespace
+
+std::uint64_t FilesReplaced() { return g_filesReplaced.load(std::memory_order_acquire); }
+
+void NoteFileReplaced() { g_filesReplaced.fetch_add(1, std::memory_order_acq_rel); }
 
 int OpenForAppend(const std::string& path, mode_t mode, mode_t folder_mode) {
     const int flags = O_WRONLY | O_APPEND | O_CLOEXEC;

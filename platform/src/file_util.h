@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -31,6 +32,10 @@ std::optional<std::string> ReadWholeFile(const std::string& path);
 // that mode whatever the process's umask. Logs the reason on failure.
 bool WriteFileAtomically(const std::string& path, const std::string& content,
                          std::optional<mode_t> mode = std::nullopt);
+// How many files this process has replaced or removed through these helpers; NoteFileReplaced
+// counts one more. Lets a reader that keeps what it read know when to look again.
+std::uint64_t FilesReplaced();
+void NoteFileReplaced();
 // Opens `path` to append, creating it with exactly `mode` (and missing folders with exactly
 // `folder_mode`) whatever the process's umask; -1 on failure.
 int OpenForAppend(const std::string& path, mode_t mode, mode_t folder_mode);

@@ -170,7 +170,9 @@ int vconf_set_dbl(const char* key, double value) { return SetKey(key, "double", 
 int vconf_unset(const char* key) {
     auto path = VconfKeyPath(key);
     if (!path) return -1;
-    return remove(path->c_str()) == 0 ? 0 : -1;
+    if (remove(path->c_str()) != 0) return -1;
+    tarvo::platform::detail::NoteFileReplaced();
+    return 0;
 }
 
 const char* vconf_keynode_get_name(keynode_t* node) { return node != nullptr ? node->name.c_str() : nullptr; }

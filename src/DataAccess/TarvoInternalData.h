@@ -43,6 +43,12 @@ class CTarvoInternalData {
     bool IsDisclaimerAgreed(std::string id);
     bool IsAgreementPut();
     void SetAgreementPut();
+    // How many times a disclaimer row was written, inserted or deleted: an upload reads it before
+    // building its document, and marks the answers reported only if no row changed meanwhile.
+    unsigned long GetAgreementGeneration();
+    // SetAgreementPut when the generation is still `generation`, in one hold of the mutex; false,
+    // and nothing marked, when an answer or a record changed since.
+    bool SetAgreementPutIfUnchanged(unsigned long generation);
 
     // Clone copies of the file; they take no lock.
     bool CopyCloneDataTVtoUSB();
@@ -80,6 +86,7 @@ class CTarvoInternalData {
     int m_InsertDisclaimerTable(const TarvoDisclaimerDataItem* item);
     int m_UpdateDisclaimerTable(const TarvoDisclaimerDataItem* item);
     int m_DeleteDisclaimerTable(const TarvoDisclaimerDataItem* item);
+    unsigned long m_AgreementGeneration = 0;  // under m_Mutex; see GetAgreementGeneration
     int m_LoadDisclaimerItems(std::vector<TarvoDisclaimerDataItem*>& items);
 
     // Registry.

@@ -150,6 +150,18 @@ void CTarvoInternalData::SetAgreementPut() {
     }
 }
 
+unsigned long CTarvoInternalData::GetAgreementGeneration() {
+    Sedge::TCMutexGuard guard(m_Mutex);
+    return m_AgreementGeneration;
+}
+
+bool CTarvoInternalData::SetAgreementPutIfUnchanged(unsigned long generation) {
+    Sedge::TCMutexGuard guard(m_Mutex);
+    if (m_AgreementGeneration != generation) return false;
+    SetAgreementPut();
+    return true;
+}
+
 bool CTarvoInternalData::m_SetDisclaimerAgreementVconf(const TarvoDisclaimerDataItem* item) {
     if (!m_IsDisclaimerAvailable(item)) return false;
     m_AgreementJson[item->id] = item->isAgreed ? "true" : "false";

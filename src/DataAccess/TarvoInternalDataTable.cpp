@@ -136,6 +136,7 @@ bool CTarvoInternalData::m_CreateDisclaimerTable() {
 }
 
 int CTarvoInternalData::m_InsertDisclaimerTable(const TarvoDisclaimerDataItem* item) {
+    ++m_AgreementGeneration;
     if (!m_InitSqliteStatement(m_pDB, m_pDisclaimerInsertStmt, m_DisclaimerTableSql[1])) return 0;
     const std::string windowName = TarvoDisclaimerWindowName(item->displayWindow);
     sqlite3_bind_text(m_pDisclaimerInsertStmt, 1, item->id.c_str(), -1, SQLITE_STATIC);
@@ -150,6 +151,7 @@ int CTarvoInternalData::m_InsertDisclaimerTable(const TarvoDisclaimerDataItem* i
 }
 
 int CTarvoInternalData::m_UpdateDisclaimerTable(const TarvoDisclaimerDataItem* item) {
+    ++m_AgreementGeneration;
     if (!m_InitSqliteStatement(m_pDB, m_pDisclaimerUpdateStmt, m_DisclaimerTableSql[2])) return 0;
     const std::string windowName = TarvoDisclaimerWindowName(item->displayWindow);
     BindFields(m_pDisclaimerUpdateStmt, 1, item, windowName);
@@ -164,6 +166,7 @@ int CTarvoInternalData::m_UpdateDisclaimerTable(const TarvoDisclaimerDataItem* i
 }
 
 int CTarvoInternalData::m_DeleteDisclaimerTable(const TarvoDisclaimerDataItem* item) {
+    ++m_AgreementGeneration;
     if (!m_InitSqliteStatement(m_pDB, m_pDisclaimerDeleteStmt, m_DisclaimerTableSql[4])) return 0;
     sqlite3_bind_text(m_pDisclaimerDeleteStmt, 1, item->id.c_str(), -1, SQLITE_STATIC);
     int ret = sqlite3_step(m_pDisclaimerDeleteStmt);

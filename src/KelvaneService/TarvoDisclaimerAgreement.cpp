@@ -106,6 +106,10 @@ bool CTarvoDisclaimerAgreement::m_PutAgreementToServer() {
 
     bool result = false;
     std::list<std::string> headers;
+    // Read before the document is built: an answer given while the upload is on its way is not
+    // in it, and must not be marked reported by its success.
+    CTarvoInternalData* store = CTarvoInternalData::GetInstance();
+    const unsigned long generation = store->GetAgreementGeneration();
     m_AgreementXml = m_MakeXML();
     if (m_AgreementXml.empty()) {
         TARVO_LOGW("xml size is zero or less");
@@ -130,7 +134,11 @@ bool CTarvoDisclaimerAgreement::m_PutAgreementToServer() {
                 TARVO_LOGI("raw data = %s", raw.c_str());
                 if (m_IsSuccess()) {
                     TARVO_LOGI("set agreement success!");
-                    CTarvoInternalData::GetInstance()->SetAgreementPut();
+                    // Otherwise the event that the change posted, queued behind this one, sends
+                    // the answers again with it.
+                    if (!store->SetAgreementPutIfUnchanged(generation)) {
+                        TARVO_LOGI("answers changed during the upload: they go with the next one");
+                    }
                     result = true;
                 }
             }

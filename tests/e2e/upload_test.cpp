@@ -187,7 +187,7 @@ TEST_F(Upload, AnAnswerOfTwoFullBlocksIsReadAndAnOkWithAnErrorCounts) {
     EXPECT_TRUE(Puts().empty());
 }
 
-TEST_F(Upload, ASlowAgreementServerHoldsUpNeitherQueriesNorASync) {
+TEST_F(Upload, ASlowAgreementServerHoldsUpNeitherQueriesNorASyncAndAnAnswerGivenMeanwhileFollows) {
     m_timeoutScale = "1";
     StartConnected();
     ASSERT_TRUE(WaitReported("production", "tnc", "N"));
@@ -201,7 +201,10 @@ TEST_F(Upload, ASlowAgreementServerHoldsUpNeitherQueriesNorASync) {
     EXPECT_EQ(RequestUpdate("wizard-terms")["result"], "success");
     EXPECT_GT(Method("get disclaimer number")["number"].asInt(), 0);
     EXPECT_NE(Reported("production")["tnc"], "Y") << "the upload should still be waiting";
+    // Not in the document on its way, so that upload's success must not count it as reported.
+    Agree({"pp"}, true);
     EXPECT_TRUE(WaitReported("production", "tnc", "Y"));
+    EXPECT_TRUE(WaitReported("production", "pp", "Y"));
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <tarvo/call_scope.h>
 #include <vconf.h>
 
 #include "tarvo_test.h"
@@ -7,8 +8,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -55,6 +58,61 @@ TEST(VconfStore, AReaderRacingAWriterSeesOneWholeValueOrTheOther) {
     }
     writer.join();
     EXPECT_EQ(torn, 0) << "of " << reads << " reads";
+}
+
+// Each change is seen by the very next read, though all come within the second of the read
+// before, when an in-place edit of the same size may leave the file's times as they were.
+TEST(VconfStore, EveryChangeOfAKeyFileShowsAtTheNextReadWhileOtherKeysOfItsFolderChange) {
+    TempRoot root;
+    const std::string file = root.At("/var/vconf/db/test/mode");
+    const auto mode = [] {
+        std::unique_ptr<char, decltype(&std::free)> value(vconf_get_str("db/test/mode"), &std::free);
+        return std::string(value != nullptr ? value.get() : "(none)");
+    };
+    const auto key = [](const std::string& value) { return R"({"type":"string","value":")" + value + "\"}"; };
+    ASSERT_EQ(vconf_set_str("db/test/mode", "amber"), 0);
+    EXPECT_EQ(mode(), "amber");
+    EXPECT_EQ(mode(), "amber");
+    tarvo::test::WriteFile(file, key("coral"));
+    EXPECT_EQ(mode(), "coral");
+    tarvo::test::WriteFile(file + ".new", key("ivory"));
+    std::filesystem::rename(file + ".new", file);
+    EXPECT_EQ(mode(), "ivory");
+    std::filesystem::remove(file);
+    EXPECT_EQ(mode(), "(none)");
+    tarvo::test::WriteFile(file, key("olive"));
+    EXPECT_EQ(mode(), "olive");
+
+    ASSERT_EQ(vconf_set_int("db/test/count", 0), 0);
+    std::thread writer([] {
+        for (int i = 1; i <= 300; ++i) vconf_set_int("db/test/count", i);
+    });
+    int wrong = 0;
+    for (int i = 0, last = 0, count = -1; i < 300; ++i, last = count) {
+        wrong += mode() != "olive" || vconf_get_int("db/test/count", &count) != 0 || count < last;
+    }
+    writer.join();
+    int count = -1;
+    EXPECT_EQ(vconf_get_int("db/test/count", &count), 0);
+    EXPECT_EQ(count, 300);
+    EXPECT_EQ(wrong, 0);
+
+    // Inside a client call a key is looked at once, yet a set by this process shows at once.
+    {
+        tarvo::platform::CallScope call;
+        EXPECT_EQ(mode(), "olive");
+        tarvo::test::WriteFile(file, key("amber"));  // another process's write
+        EXPECT_EQ(mode(), "olive");
+        ASSERT_EQ(vconf_set_str("db/test/mode", "coral"), 0);
+        EXPECT_EQ(mode(), "coral");
+    }
+    tarvo::test::WriteFile(file, key("ivory"));
+    EXPECT_EQ(mode(), "ivory");
+
+    // A folder put in place of one further up shows too, if not at once.
+    std::filesystem::rename(root.At("/var/vconf/db"), root.At("/var/vconf/old"));
+    tarvo::test::WriteFile(file, key("slate"));
+    EXPECT_TRUE(WaitUntil([&] { return mode() == "slate"; }, std::chrono::seconds(3)));
 }
 
 // Records every delivery with the thread it came on.
