@@ -135,12 +135,15 @@ TempDir::TempDir(const std::string& prefix) {
     if (mkdtemp(pattern.data()) != nullptr) m_path = pattern;
 }
 
-TempDir::~TempDir() {
+TempDir::~TempDir() { Remove(); }
+
+void TempDir::Remove() {
     // TARVO_BENCH_KEEP=1 leaves the roots, their logs and stores, for a look at where time went.
     const char* keep = std::getenv("TARVO_BENCH_KEEP");
     if (keep != nullptr && std::string(keep) == "1") return;
     std::error_code ignored;
     if (!m_path.empty()) fs::remove_all(m_path, ignored);
+    m_path.clear();
 }
 
 bool CopyTree(const std::string& from, const std::string& to) {

@@ -31,6 +31,8 @@ class TempDir {
     const std::string& Path() const { return m_path; }
     // The path + a television path.
     std::string At(const std::string& tv_path) const { return m_path + tv_path; }
+    // Removes the folder now, for a program that leaves by _exit (unless TARVO_BENCH_KEEP=1).
+    void Remove();
 
   private:
     std::string m_path;
