@@ -12,7 +12,6 @@
 #include <json/json.h>
 
 #include <cstdio>
-#include <filesystem>
 
 namespace {
 const char* const kAnswered = "viewing";
@@ -30,15 +29,13 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
-    const std::string store_file = root.At(tarvo::bench::kStoreFile);
-    const std::string floor_file = std::filesystem::path(store_file).parent_path() / "floor.db";
-    std::error_code copied;
-    std::filesystem::copy_file(store_file, floor_file, copied);
+    const std::string floor_file = tarvo::bench::FloorStore(root, error);
     tarvo::bench::Host host;
     tarvo::bench::HostLink link;
     tarvo::bench::BareStore store;
-    if (copied || !host.Start(root, error) || !link.Connect(host.SocketPath()) || !store.Open(floor_file)) {
-        std::fprintf(stderr, "bench_answers: %s\n", copied ? copied.message().c_str() : error.c_str());
+    if (floor_file.empty() || !host.Start(root, error) || !link.Connect(host.SocketPath()) ||
+        !store.Open(floor_file)) {
+        std::fprintf(stderr, "bench_answers: %s\n", error.c_str());
         return 1;
     }
     tarvo::bench::Row row;

@@ -16,7 +16,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 
 namespace {
@@ -42,19 +41,16 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "bench_sync: %s\n", error.c_str());
         return 1;
     }
-    const std::string store_file = root.At(tarvo::bench::kStoreFile);
-    const std::string floor_file = std::filesystem::path(store_file).parent_path() / "floor.db";
-    std::error_code copied;
-    std::filesystem::copy_file(store_file, floor_file, copied);
+    const std::string floor_file = tarvo::bench::FloorStore(root, error);
     tarvo::bench::Host host;
     tarvo::bench::HostLink calls;
     tarvo::bench::HostLink events;
     tarvo::bench::BareStore store;
     // A television on the network, as it is when a user asks for an update.
-    if (copied || !tarvo::bench::SetNetwork(root, true) || !host.Start(root, error) ||
+    if (floor_file.empty() || !tarvo::bench::SetNetwork(root, true) || !host.Start(root, error) ||
         !calls.Connect(host.SocketPath()) || !events.Connect(host.SocketPath()) || !events.Subscribe() ||
         !store.Open(floor_file)) {
-        std::fprintf(stderr, "bench_sync: %s\n", copied ? copied.message().c_str() : error.c_str());
+        std::fprintf(stderr, "bench_sync: %s\n", error.c_str());
         return 1;
     }
     // The network's first event makes a sync of its own (its update notice finds nothing new).
@@ -81,7 +77,7 @@ int main(int argc, char** argv) {
     std::vector<tarvo::bench::Row> language_rows[2];
     const auto copy_rows = [&](std::vector<tarvo::bench::Row>& into) {
         tarvo::bench::BareStore live;
-        if (!live.Open(store_file)) return false;
+        if (!live.Open(root.At(tarvo::bench::kStoreFile))) return false;
         into = live.DisclaimerRows();
         return into.size() == rows.size();
     };

@@ -274,6 +274,16 @@ bool Cloud::AdminDelete(const std::string& path) const {
     return answer && answer->status == 200;
 }
 
+std::string FloorStore(const TempDir& root, std::string& error) {
+    const std::string store_file = root.At(kStoreFile);
+    const std::string floor_file = fs::path(store_file).parent_path() / "floor.db";
+    std::error_code copied;
+    fs::copy_file(store_file, floor_file, copied);
+    if (!copied) return floor_file;
+    error = "cannot copy " + store_file + ": " + copied.message();
+    return std::string();
+}
+
 bool SetNetwork(const TempDir& root, bool up) {
     setenv("TARVO_ROOT", root.Path().c_str(), 1);
     Json::Value profile = tarvo::platform::LoadDeviceProfile().value_or(Json::Value(Json::objectValue));

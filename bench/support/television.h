@@ -76,6 +76,9 @@ class Cloud {
 bool PrepareTelevision(const TempDir& root, const std::string& openapi_url, bool network_up);
 // Sets TARVO_ROOT and the profile's network state only.
 bool SetNetwork(const TempDir& root, bool up);
+// A copy of the root's store beside it, for a floor's bare SQLite to write to; its path, or
+// empty with `error` set.
+std::string FloorStore(const TempDir& root, std::string& error);
 
 // A client of the host's socket: one JSON object per line.
 class HostLink {

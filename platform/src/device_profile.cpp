@@ -7,7 +7,6 @@
 
 #include <dlog.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <memory>
@@ -49,14 +48,12 @@ std::shared_ptr<const Json::Value> CurrentProfile() {
     // Within one client call the profile is looked at once (see CallScope): a call asks for one
     // value per record, and even the path's check of TARVO_ROOT shows at that rate.
     struct CallProfile {
-        std::uint64_t call = 0;
-        std::uint64_t replaced = 0;
+        detail::CallStamp stamp;
         std::shared_ptr<const Json::Value> profile;
     };
     thread_local CallProfile held;
-    const std::uint64_t call = CallScope::Current();
-    const std::uint64_t replaced = detail::FilesReplaced();
-    if (call != 0 && held.call == call && held.replaced == replaced) return held.profile;
+    const detail::CallStamp now = detail::CallStamp::Now();
+    if (now.call != 0 && held.stamp == now) return held.profile;
     const std::string& path = ProfilePath();
     auto read = Profiles().Get(path, [&path](const std::string& text) -> std::shared_ptr<const Json::Value> {
         std::optional<Json::Value> profile;
@@ -73,7 +70,7 @@ std::shared_ptr<const Json::Value> CurrentProfile() {
         }
         return std::make_shared<const Json::Value>(std::move(*profile));
     });
-    if (call != 0) held = CallProfile{call, replaced, read};
+    if (now.call != 0) held = CallProfile{now, read};
     return read;
 }
 

@@ -57,6 +57,16 @@ class FolderWatches {
     std::map<int, std::string> m_folders;  // watch -> folder as the caller named it
 };
 
+// When something kept for one client call was read: the call (0 outside any, where nothing is
+// kept) and how many files this process had replaced by then. A memo is good while both hold.
+struct CallStamp {
+    std::uint64_t call = 0;
+    std::uint64_t replaced = 0;
+
+    static CallStamp Now() { return CallStamp{CallScope::Current(), FilesReplaced()}; }
+    bool operator==(const CallStamp& other) const { return call == other.call && replaced == other.replaced; }
+};
+
 template <class T>
 class FileSnapshots {
   public:
@@ -119,22 +129,19 @@ void FileSnapshots<T>::Drop(int watch, const char* name) {
 
 template <class T>
 std::shared_ptr<const T> FileSnapshots<T>::Get(const std::string& path, const Parser& parse) {
-    const std::uint64_t call = CallScope::Current();
-    if (call == 0) return m_Read(path, parse);
+    // Taken before the read: a file replaced during it clears the memo at the next look.
+    const CallStamp now = CallStamp::Now();
+    if (now.call == 0) return m_Read(path, parse);
     struct Memo {
         const void* owner = nullptr;
-        std::uint64_t call = 0;
-        std::uint64_t replaced = 0;
+        CallStamp stamp;
         std::map<std::string, std::shared_ptr<const T>> values;
     };
     thread_local Memo memo;
-    // Taken before the read: a file replaced during it clears the memo at the next look.
-    const std::uint64_t replaced = FilesReplaced();
-    if (memo.owner != this || memo.call != call || memo.replaced != replaced) {
+    if (memo.owner != this || !(memo.stamp == now)) {
         memo.values.clear();
         memo.owner = this;
-        memo.call = call;
-        memo.replaced = replaced;
+        memo.stamp = now;
     }
     const auto found = memo.values.find(path);
     if (found != memo.values.end()) return found->second;
