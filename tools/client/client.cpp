@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -168,6 +169,15 @@ std::optional<Json::Value> ParseJson(const std::string& text) {
         return std::nullopt;
     }
     return value;
+}
+
+std::string DefaultRoot() {
+    if (const char* env = std::getenv("TARVO_ROOT"); env != nullptr && *env != '\0') return env;
+    if (const char* xdg = std::getenv("XDG_STATE_HOME"); xdg != nullptr && *xdg != '\0') {
+        return std::string(xdg) + "/tarvo/root";
+    }
+    const char* home = std::getenv("HOME");
+    return std::string(home ? home : "") + "/.local/state/tarvo/root";
 }
 
 }  // namespace tarvoctl

@@ -50,5 +50,8 @@ std::string CompactJson(const Json::Value& value);
 // Indented JSON for people.
 std::string PrettyJson(const Json::Value& value);
 std::optional<Json::Value> ParseJson(const std::string& text);
+// The root a tool works on when none is given: TARVO_ROOT, else $XDG_STATE_HOME/tarvo/root, else
+// ~/.local/state/tarvo/root (where scripts/run.sh keeps it).
+std::string DefaultRoot();
 
 }  // namespace tarvoctl

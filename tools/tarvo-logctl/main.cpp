@@ -3,6 +3,7 @@
 // The loggers report nothing to their caller, so the tool reads their lines in the platform log.
 #include <TarvoGlobalLogger.h>
 #include <TarvoPnPLogger.h>
+#include <client.h>
 #include <tarvo/log_capture.h>
 
 #include <sys/stat.h>
@@ -49,18 +50,6 @@ bool IsVerb(const std::string& word) {
 int UsageError(const std::string& message) {
     std::cerr << "tarvo-logctl: " << message << "\n" << kUsage;
     return kExitUsage;
-}
-
-std::string DefaultRoot() {
-    if (const char* env = std::getenv("TARVO_ROOT"); env != nullptr && *env != '\0') return env;
-    std::string state;
-    if (const char* xdg = std::getenv("XDG_STATE_HOME"); xdg != nullptr && *xdg != '\0') {
-        state = xdg;
-    } else {
-        const char* home = std::getenv("HOME");
-        state = std::string(home ? home : "") + "/.local/state";
-    }
-    return state + "/tarvo/root";
 }
 
 // The text a service log line carries after `label`, without the colour reset and one trailing blank.
@@ -123,7 +112,7 @@ bool ParseSeconds(const std::string& text, long& seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string root = DefaultRoot();
+    std::string root = tarvoctl::DefaultRoot();
     std::vector<Step> steps;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];

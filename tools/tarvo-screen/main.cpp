@@ -77,15 +77,6 @@ std::optional<Options> ParseOptions(const std::vector<std::string>& args, bool& 
     return options;
 }
 
-std::string DefaultRoot() {
-    if (const char* env = std::getenv("TARVO_ROOT"); env != nullptr && *env != '\0') return env;
-    if (const char* xdg = std::getenv("XDG_STATE_HOME"); xdg != nullptr && *xdg != '\0') {
-        return std::string(xdg) + "/tarvo/root";
-    }
-    const char* home = std::getenv("HOME");
-    return std::string(home ? home : "") + "/.local/state/tarvo/root";
-}
-
 // Installed beside the tool (bin/../share/tarvo-screen/web), else in the source tree it was built from.
 std::optional<std::string> FindWebDir(const std::optional<std::string>& option) {
     std::vector<fs::path> candidates;
@@ -123,9 +114,9 @@ int main(int argc, char** argv) {
                   << (options->web ? " in " + *options->web : std::string()) << std::endl;
         return kExitFailed;
     }
-    const std::string socket = options->socket
-                                   ? *options->socket
-                                   : options->root.value_or(DefaultRoot()) + "/run/tarvodatacontrol.sock";
+    const std::string socket =
+        options->socket ? *options->socket
+                        : options->root.value_or(tarvoctl::DefaultRoot()) + "/run/tarvodatacontrol.sock";
 
     // Signals reach only the thread that waits for them, never a server or host thread.
     sigset_t stop_signals;

@@ -8,18 +8,7 @@
 
 namespace tarvoctl {
 
-std::string Context::Root() const {
-    if (root_option) return *root_option;
-    if (const char* env = std::getenv("TARVO_ROOT"); env != nullptr && *env != '\0') return env;
-    std::string state;
-    if (const char* xdg = std::getenv("XDG_STATE_HOME"); xdg != nullptr && *xdg != '\0') {
-        state = xdg;
-    } else {
-        const char* home = std::getenv("HOME");
-        state = std::string(home ? home : "") + "/.local/state";
-    }
-    return state + "/tarvo/root";
-}
+std::string Context::Root() const { return root_option ? *root_option : DefaultRoot(); }
 
 std::string Context::SocketPath() const {
     if (socket_option) return *socket_option;
