@@ -142,10 +142,15 @@ void Sync::SetVconf(const std::string& key, const std::string& value) {
     ASSERT_EQ(vconf_set_str(key.c_str(), value.c_str()), 0) << key;
 }
 
-Json::Value Sync::CloudRequests() {
+Json::Value Sync::CloudRequests(const std::string& method) {
     const auto listed = m_admin->Get("/admin/requests");
     EXPECT_TRUE(listed);
-    return listed ? ParseText(listed->body) : Json::Value();
+    Json::Value requests(Json::arrayValue);
+    if (!listed) return requests;
+    for (const Json::Value& request : ParseText(listed->body)) {
+        if (request["method"] == method) requests.append(request);
+    }
+    return requests;
 }
 
 void Sync::ClearCloudRequests() { ASSERT_TRUE(m_admin->Delete("/admin/requests")); }

@@ -47,7 +47,9 @@ class Sync : public ::testing::Test {
     void BringNetworkUp();
     void SetVconf(const std::string& key, const std::string& value);
 
-    Json::Value CloudRequests();
+    // The requests the cloud received with `method`, oldest first. Fetches by default: the answers'
+    // uploads (PUT) may reach the cloud at any time after a change, and are counted apart.
+    Json::Value CloudRequests(const std::string& method = "GET");
     void ClearCloudRequests();
     // {"production": {DUID: {...}}, "staging": {...}}: the uploads the cloud accepted.
     Json::Value CloudAgreements();

@@ -31,11 +31,8 @@ class Upload : public Sync {
 
     // The PUTs that reached either agreement port, oldest first.
     std::vector<Json::Value> Puts() {
-        std::vector<Json::Value> puts;
-        for (const Json::Value& entry : CloudRequests()) {
-            if (entry["method"] == "PUT") puts.push_back(entry);
-        }
-        return puts;
+        const Json::Value puts = CloudRequests("PUT");
+        return std::vector<Json::Value>(puts.begin(), puts.end());
     }
 
     // The cloud holds the answer and the service has finished marking what it reported.
