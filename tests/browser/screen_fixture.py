@@ -159,6 +159,8 @@ class Television:
 
         options = webdriver.ChromeOptions()
         options.binary_location = CHROMIUM
+        # The console's entries, so that a test can tell the page logged no error.
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1920,1080",
                          "--disable-background-networking", "--disable-component-update", "--disable-sync",
                          "--no-first-run", "--disable-dev-shm-usage", f"--user-data-dir={self.dir}/chromium"):

@@ -32,6 +32,12 @@ class TelevisionCase(unittest.TestCase):
         self.tv.start_host()
         self.tv.start_screen()
 
+    def tearDown(self):
+        # Runs before the clean-up closes the browser: the page wrote no error to the console.
+        if self.tv.driver:
+            severe = [entry for entry in self.tv.driver.get_log("browser") if entry["level"] == "SEVERE"]
+            self.assertEqual(severe, [])
+
 
 class Screen(TelevisionCase):
 
@@ -59,6 +65,14 @@ class Screen(TelevisionCase):
                          ["What the television collects", "Why", "Your choices"])
         tv.screenshot("wizard-privacy")
         tv.press(Keys.ENTER)
+        tv.wait_screen("sub_common")
+        # "Select a service to read its full text": each one listed opens its own screen.
+        self.assertEqual(tv.js("return [...document.querySelectorAll('[data-role=members] .focusable')].map(b => b.dataset.id)"),
+                         ["viewing", "voice_new", "voice_service", "service_request"])
+        tv.js("document.querySelector('[data-key=member-voice_new]').focus()")
+        tv.press(Keys.ENTER)
+        tv.wait_screen("voice_new")
+        tv.press(Keys.ESCAPE, Keys.ESCAPE)  # back to the group, one screen at a time
         tv.wait_screen("sub_common")
         tv.press(Keys.ARROW_RIGHT, Keys.ENTER)  # Skip
         tv.wait_screen("viewing")
@@ -108,6 +122,23 @@ class Screen(TelevisionCase):
         tv.press(Keys.ENTER)  # Agree, and back to the list on the same row
         tv.wait_js("return document.querySelector('.row[data-id=tnc]:focus .tag[data-state=agreed]')", "tnc agreed")
         self.assertTrue(tv.record("tnc")["is_agreed"])
+        self.assertEqual(tv.js("return document.getElementById('message').textContent"), "Agreed to “Terms of Use”")
+        self.assertGreaterEqual(tv.js("return Math.min(...[...document.querySelectorAll('.tag')]"
+                                      ".map(t => parseFloat(getComputedStyle(t).fontSize)))"), 28)
+        # Right finds nothing beside a row; Down from the last row reaches the control under it.
+        tv.press(Keys.ARROW_RIGHT)
+        self.assertEqual(tv.js("return document.activeElement.dataset.key"), "row-tnc")
+        tv.js("[...document.querySelectorAll('.row')].pop().focus()")
+        tv.press(Keys.ARROW_DOWN)
+        self.assertEqual(tv.js("return document.activeElement.dataset.key"), "agree-all")
+        tv.press(Keys.ARROW_RIGHT)
+        self.assertEqual(tv.js("return document.activeElement.dataset.key"), "back")
+        # A message ends with the screen it was said on; a changed address opens its screen.
+        tv.press(Keys.ESCAPE)
+        tv.wait_js("return document.querySelector('#stage[data-view=home] [data-key=wizard]:focus')", "home")
+        self.assertEqual(tv.js("return document.getElementById('message').textContent"), "")
+        tv.js("location.hash = '#menu'")
+        tv.wait_js("return document.querySelector('#stage[data-view=menu] .row[data-id=tnc]')", "the menu by its address")
         tv.ctl("disagree", "tnc")
         wait_until(lambda: tv.state_of(".row[data-id=tnc]") == "not-agreed", 10, "tnc withdrawn")
 
@@ -141,12 +172,42 @@ class Screen(TelevisionCase):
         tv.press(Keys.ARROW_UP, Keys.ENTER)
         tv.wait_screen("voice_new")
         self.assertEqual(tv.js("return document.getElementById('progress').textContent"), "1 of 1")
+        self.assertEqual(tv.js("return document.querySelector('[data-role=version-note]').textContent"),
+                         "These terms changed from version 1.0, which you had agreed to, to version 2.0. "
+                         "Please answer again.")
         tv.screenshot("revised")
         tv.press(Keys.ENTER)  # Agree
         tv.wait_js("return document.querySelector('#stage[data-view=home] [data-key=wizard]')", "home again")
         tv.wait_js("return !document.querySelector('[data-role=revised-banner]')", "the banner to go")
         self.assertTrue(tv.record("voice_new")["is_agreed"])
         self.assertNotIn("disclaimers", tv.ctl_json("call", '{"method": "get revised disclaimers"}')[0])
+
+
+    def test_a_closed_store_is_said_so_on_every_screen_until_the_service_restarts(self):
+        tv = self.tv
+        tv.open_browser()
+        tv.wait_js("return document.activeElement.dataset.key === 'wizard'", "the home screen")
+        tv.ctl("power", "off")
+        words = tv.wait_js("const s = document.getElementById('host-state').textContent;"
+                           "return s.startsWith('Store closed since the power-off') && s", "the footer to say so")
+        self.assertIn("restart the service", words)
+        self.assertIn("A restart of the service opens it.",
+                      tv.js("return document.querySelector('[data-role=store-closed]').textContent"))
+        tv.screenshot("closed-home")
+        tv.js("location.hash = '#menu'")
+        note = tv.wait_js("const n = document.querySelector('#stage[data-view=menu] [data-role=store-closed]');"
+                          "return n && n.textContent", "the menu to say the store is closed")
+        self.assertIn("closed since the power-off", note)
+        self.assertNotIn("first-run setup", tv.js("return document.getElementById('view').textContent"))
+        tv.js("location.hash = '#wizard'")
+        tv.wait_js("return document.querySelector('#stage[data-view=wizard] [data-role=failure]')", "the wizard")
+        self.assertIn("A restart of the service opens it.",
+                      tv.js("return document.querySelector('[data-role=error-reason]').textContent"))
+
+        tv.stop_host()
+        tv.start_host()
+        tv.wait_js("return document.getElementById('host-state').textContent === 'Service connected'",
+                   "the restarted service's open store")
 
 
 class RightToLeft(TelevisionCase):

@@ -137,6 +137,30 @@ TEST_F(TarvoctlUpdate, TellsWhereTheAnswerCameFromAndWhyAFetchFailed) {
     EXPECT_NE(fetched.out.find(DataDisclaimer("US", "tnc")["texts"]["en"]["title"].asString()), kNone);
 }
 
+TEST_F(TarvoctlUpdate, AClosedStoreIsSaidSoUntilTheServiceRestartsAndNothingIsAskedOfTheServer) {
+    const auto down = Ctl({"status"});
+    EXPECT_NE(down.out.find("network             down (tarvoctl network up brings it back)"), kNone)
+        << down.out;
+    EXPECT_EQ(ParseLine(Ctl({"--json", "status"}).out)["network_up"], false);
+
+    ASSERT_EQ(Ctl({"power", "off"}).exit_code, 0);
+    ClearCloudRequests();
+    const auto update = Ctl({"update", "--timeout", "20"});
+    EXPECT_EQ(update.exit_code, 1);
+    EXPECT_NE(update.err.find("the store is closed since 'power off 0' at "), kNone) << update.err;
+    EXPECT_NE(update.err.find("a restart of the service (tarvo-service-host) opens it"), kNone) << update.err;
+    EXPECT_EQ(update.out.find("fetched now"), kNone) << update.out;
+    EXPECT_EQ(CloudRequests().size(), 0u);
+    EXPECT_NE(Ctl({"status"}).out.find("closed since 'power off 0'"), kNone);
+    EXPECT_NE(Ctl({"list"}).out.find("the store is closed since 'power off 0'"), kNone);
+
+    m_host.reset();
+    m_host = StartHost(m_root, TARVO_MODULE_PATH);
+    ASSERT_NE(m_host, nullptr);
+    ASSERT_TRUE(WaitUntil([&] { return ParseLine(Ctl({"--json", "status"}).out)["store_open"] == true; }));
+    EXPECT_EQ(Ctl({"list"}).out.find("closed"), kNone);
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace tarvo

@@ -19,9 +19,19 @@ void EventHub::SetHostUp(bool up) {
     m_Publish("host", tarvoctl::CompactJson(state));
 }
 
+void EventHub::SetStore(const Json::Value& store) {
+    const std::string data = tarvoctl::CompactJson(store);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_store == data) return;
+        m_store = data;
+    }
+    m_Publish("store", data);
+}
+
 HubPosition EventHub::Position() const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return HubPosition{m_hostUp, m_nextSeq - 1};
+    return HubPosition{m_hostUp, m_store, m_nextSeq - 1};
 }
 
 WaitResult EventHub::Wait(uint64_t after, std::chrono::milliseconds timeout,

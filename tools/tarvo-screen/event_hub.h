@@ -19,13 +19,14 @@ namespace tarvoscreen {
 
 struct HubEvent {
     uint64_t seq = 0;
-    std::string name;  // "notification" or "host"
+    std::string name;  // "notification", "host" or "store"
     std::string data;  // compact JSON on one line
 };
 
 // Where a new stream starts: the host state known now and the last event it need not see.
 struct HubPosition {
     std::optional<bool> host_up;
+    std::optional<std::string> store;  // the last "store" event's data
     uint64_t last_seq = 0;
 };
 
@@ -36,6 +37,8 @@ class EventHub {
     void PublishNotification(const Json::Value& notification);
     // Publishes a "host" event only when the state changes.
     void SetHostUp(bool up);
+    // Publishes a "store" event ({"closed": false} or the power-off mark) only when it changes.
+    void SetStore(const Json::Value& store);
     HubPosition Position() const;
     // The events after `after` (appended to `out`), waiting up to `timeout` for one to come.
     WaitResult Wait(uint64_t after, std::chrono::milliseconds timeout, std::vector<HubEvent>& out) const;
@@ -46,11 +49,12 @@ class EventHub {
     void m_Publish(const std::string& name, const std::string& data);
 
     static constexpr size_t kKeptEvents = 512;
-    mutable std::mutex m_mutex;  // guards m_events, m_nextSeq, m_hostUp, m_closed
+    mutable std::mutex m_mutex;  // guards m_events, m_nextSeq, m_hostUp, m_store, m_closed
     mutable std::condition_variable m_changed;
     std::deque<HubEvent> m_events;
     uint64_t m_nextSeq = 1;
     std::optional<bool> m_hostUp;
+    std::optional<std::string> m_store;
     bool m_closed = false;
 };
 

@@ -1,5 +1,8 @@
 #include "host_link.h"
 
+#include "power_marker.h"
+
+#include <algorithm>
 #include <exception>
 #include <iostream>
 
@@ -10,12 +13,24 @@ namespace {
 // How often a missing host is looked for, and how long one read of the subscription waits
 // before it looks at the stop flag again.
 constexpr std::chrono::milliseconds kReconnectDelay{300};
-constexpr std::chrono::milliseconds kReadSlice{500};
+constexpr std::chrono::milliseconds kReadSlice{250};
+
+// The store's state for the page: open, or closed by a power-off of the host that serves now.
+Json::Value StoreState(const std::string& socket) {
+    Json::Value state(Json::objectValue);
+    const auto mark = tarvoctl::StoreClosedMark(socket);
+    state["closed"] = mark.has_value();
+    if (mark) {
+        state["state"] = (*mark)["state"];
+        state["at"] = (*mark)["at"];
+    }
+    return state;
+}
 
 }  // namespace
 
 HostLink::HostLink(std::string socket_path, EventHub& hub)
-    : m_socketPath(std::move(socket_path)), m_hub(hub) {}
+    : m_socketPath(std::move(socket_path)), m_hub(hub), m_book(m_socketPath) {}
 
 HostLink::~HostLink() { Stop(); }
 
@@ -65,10 +80,16 @@ void HostLink::m_Subscribe() {
                 continue;
             }
             ++m_hostGeneration;
+            m_hub.SetStore(StoreState(m_socketPath));
+            m_ReadVersions();
             m_hub.SetHostUp(true);
             while (m_Pause(std::chrono::milliseconds(0))) {
+                // A power-off sends no notification: the mark tarvoctl leaves is looked at instead.
+                m_hub.SetStore(StoreState(m_socketPath));
                 const auto frame = client.ReadFrame(kReadSlice);
                 if (frame && frame->isMember("notification")) {
+                    // The book learns a replaced version before the page hears of it.
+                    m_ReadVersions();
                     m_hub.PublishNotification((*frame)["notification"]);
                 } else if (!frame && client.Closed()) {
                     break;
@@ -80,6 +101,33 @@ void HostLink::m_Subscribe() {
         std::cerr << "tarvo-screen: the subscription stopped: " << e.what() << std::endl;
         m_hub.SetHostUp(false);
     }
+}
+
+void HostLink::m_ReadVersions() {
+    // Requester 4 lists every available disclaimer.
+    constexpr int kEveryRequester = 4;
+    Json::Value count(Json::objectValue);
+    count["method"] = "get disclaimer number";
+    count["requester"] = kEveryRequester;
+    const CallOutcome number = Call(count);
+    // A host that answers out of shape must not end the subscription, nor keep it asking forever.
+    constexpr Json::UInt kMostRecords = 256;
+    if (number.kind != CallOutcome::Kind::kReply || !number.reply.isObject() ||
+        !number.reply["number"].isUInt())
+        return;
+    std::vector<Json::Value> records;
+    for (Json::UInt i = 0; i < std::min(number.reply["number"].asUInt(), kMostRecords); ++i) {
+        Json::Value request(Json::objectValue);
+        request["method"] = "get disclaimer by order";
+        request["requester"] = kEveryRequester;
+        request["request_index"] = i;
+        const CallOutcome record = Call(request);
+        if (record.kind != CallOutcome::Kind::kReply || !record.reply.isObject() ||
+            !record.reply["result"].asBool())
+            break;
+        records.push_back(record.reply);
+    }
+    m_book.Update(records);
 }
 
 bool HostLink::m_Pause(std::chrono::milliseconds delay) {

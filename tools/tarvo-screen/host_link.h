@@ -5,6 +5,7 @@
 
 #include "client.h"
 #include "event_hub.h"
+#include "version_book.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -33,14 +34,19 @@ class HostLink {
     void Start();
     void Stop();
     CallOutcome Call(const Json::Value& request);
+    // What the screen has seen of each disclaimer's versions (VersionBook).
+    Json::Value Versions() const { return m_book.Snapshot(); }
 
   private:
     void m_Subscribe();
+    // Reads every disclaimer the service lists into the version book.
+    void m_ReadVersions();
     // Waits `delay` unless Stop comes first; false once stopping.
     bool m_Pause(std::chrono::milliseconds delay);
 
     const std::string m_socketPath;
     EventHub& m_hub;
+    VersionBook m_book;
     // Bumped by the subscription thread at each new connection: a call connection made
     // before it belongs to a host that has gone.
     std::atomic<uint64_t> m_hostGeneration{0};

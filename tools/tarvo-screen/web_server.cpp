@@ -14,6 +14,9 @@ namespace {
 constexpr size_t kServerThreads = 32;
 // A comment line this often keeps the stream open and finds pages that have gone.
 constexpr std::chrono::seconds kKeepAlive{15};
+const char* const kFavicon =
+    "<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 16 16'><rect x='1' y='3' width='14' height='9' "
+    "rx='1' fill='#7fb2ff'/><rect x='5' y='13' width='6' height='1.5' fill='#7fb2ff'/></svg>";
 
 void SendJson(httplib::Response& res, int status, const Json::Value& body) {
     res.status = status;
@@ -46,6 +49,13 @@ std::optional<int> WebServer::Bind(const std::string& web_dir, int port, std::st
     m_server.Post("/api/call",
                   [this](const httplib::Request& req, httplib::Response& res) { m_Call(req, res); });
     m_server.Get("/api/events", [this](const httplib::Request&, httplib::Response& res) { m_Events(res); });
+    m_server.Get("/api/versions", [this](const httplib::Request&, httplib::Response& res) {
+        SendJson(res, 200, m_link.Versions());
+    });
+    // Browsers ask for it whatever the page links; without one the console logs an error.
+    m_server.Get("/favicon.ico", [](const httplib::Request&, httplib::Response& res) {
+        res.set_content(kFavicon, "image/svg+xml");
+    });
     m_port = port == 0 ? m_server.bind_to_any_port("127.0.0.1")
                        : (m_server.bind_to_port("127.0.0.1", port) ? port : -1);
     if (m_port <= 0) {
@@ -101,6 +111,7 @@ void WebServer::m_Events(httplib::Response& res) {
         *greeting +=
             SseFrame(HubEvent{start.last_seq, "host", *start.host_up ? R"({"up":true})" : R"({"up":false})"});
     }
+    if (start.store) *greeting += SseFrame(HubEvent{start.last_seq, "store", *start.store});
     res.set_header("Cache-Control", "no-store");
     res.set_chunked_content_provider("text/event-stream",
                                      [this, after, greeting](size_t, httplib::DataSink& sink) {

@@ -163,6 +163,47 @@ std::optional<Placement> Locate(ServiceSession& session) {
     return placement;
 }
 
+namespace {
+
+// Edits (insert, delete, replace) between two ids.
+size_t EditDistance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+std::string JoinIds(const std::vector<std::string>& ids) {
+    std::string joined;
+    for (const auto& id : ids) joined += (joined.empty() ? "" : ", ") + id;
+    return joined;
+}
+
+}  // namespace
+
+std::string KnownIdsWords(const Placement& placement, const std::string& id) {
+    if (placement.records.empty()) return ": the service lists no disclaimers";
+    std::vector<std::string> all, close;
+    for (const auto& entry : placement.records) {
+        const std::string& known = entry.first;
+        all.push_back(known);
+        const bool part =
+            !id.empty() && (known.find(id) != std::string::npos || id.find(known) != std::string::npos);
+        if (part || EditDistance(id, known) <= std::max<size_t>(1, known.size() / 3)) close.push_back(known);
+    }
+    if (!close.empty())
+        return ": did you mean " + JoinIds(close) + "? (the ids listed are " + JoinIds(all) + ")";
+    return ": the ids listed are " + JoinIds(all);
+}
+
 std::string GroupOf(const Placement& placement, const std::string& id) {
     const auto it = placement.seen_by.find(id);
     if (it == placement.seen_by.end()) return "-";

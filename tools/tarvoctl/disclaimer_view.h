@@ -43,6 +43,9 @@ std::optional<Placement> Locate(ServiceSession& session);
 
 // "pnp+menu", "pnp", "menu" or "-": the screens whose lists hold the id.
 std::string GroupOf(const Placement& placement, const std::string& id);
+// For an id no list holds: ": did you mean a, b?" naming the close ids, else ": the ids listed
+// are ..." naming all of them, else ": the service lists no disclaimers".
+std::string KnownIdsWords(const Placement& placement, const std::string& id);
 // A disclaimer as one --json document: its fields, "window" and "seen_by".
 Json::Value DisclaimerDocument(const Json::Value& disclaimer, const Placement& placement);
 

@@ -63,7 +63,8 @@ int SendAgreements(Context& context, const Json::Value& request, const std::vect
             }
             Fail(reason);
         }
-        return Fail("nothing was sent (tarvoctl list shows the ids)" + ClosedStoreNote(context));
+        return Fail("nothing was sent" + KnownIdsWords(*before, refused.front().first) +
+                    ClosedStoreNote(context.SocketPath()));
     }
 
     if (!session.Ask(request)) return session.ExitCode();

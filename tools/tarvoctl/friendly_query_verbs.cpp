@@ -43,22 +43,28 @@ int RunStatus(Context& context, const std::vector<std::string>& args) {
     document["revised"] = Json::Value(Json::arrayValue);
     for (const auto& d : (*revised)["disclaimers"]) document["revised"].append(d["id"]);
 
-    const auto closed = StoreClosedMark(context);
+    const auto closed = StoreClosedMark(context.SocketPath());
     document["store_open"] = !closed.has_value();
     std::string store = "open";
     if (closed) {
         document["store_closed_by"] = *closed;
         document["store_closed_by"].removeMember("socket_identity");
-        store = "closed by 'power off " + std::to_string((*closed)["state"].asInt()) + "' at " +
+        store = "closed since 'power off " + std::to_string((*closed)["state"].asInt()) + "' at " +
                 (*closed)["at"].asString() +
-                ": the lists are empty and answers given now are not kept; restart the host to open it";
+                ": the lists are empty and answers given now are not kept; a restart of the service "
+                "(tarvo-service-host) opens it";
     }
+    context.UsePlatformRoot();
+    const NetworkState network = ReadNetworkState();
+    document["network_up"] = network.up;
+    document["network_profile"] = network.profile;
     if (session.JsonOutput()) {
         PrintDocument(document);
         return session.ExitCode();
     }
     std::cout << "service available   " << YesNo(document["service_available"].asBool()) << "\n"
               << "store               " << store << "\n"
+              << "network             " << NetworkWords(network) << "\n"
               << "disclaimers         " << numbers << "\n"
               << "revised             " << document["revised"].size() << std::endl;
     return session.ExitCode();
@@ -89,7 +95,8 @@ int RunList(Context& context, const std::vector<std::string>& args) {
     if (session.JsonOutput()) {
         for (const auto& d : disclaimers) PrintDocument(DisclaimerDocument(d, *placement));
     } else if (disclaimers.empty()) {
-        std::cout << "no disclaimers for requester " << requester << ClosedStoreNote(context) << std::endl;
+        std::cout << "no disclaimers for requester " << requester << ClosedStoreNote(context.SocketPath())
+                  << std::endl;
     } else {
         PrintDisclaimerTable(disclaimers, *placement);
     }
@@ -115,10 +122,8 @@ int RunShow(Context& context, const std::vector<std::string>& args) {
     if (!disclaimer["result"].asBool()) {
         const auto found = placement->records.find(id);
         if (found == placement->records.end()) {
-            return session.Refuse(
-                "no disclaimer \"" + id +
-                "\": no requester lists it (tarvoctl list --requester 2 shows every listed id)" +
-                ClosedStoreNote(context));
+            return session.Refuse("no disclaimer \"" + id + "\"" + KnownIdsWords(*placement, id) +
+                                  ClosedStoreNote(context.SocketPath()));
         }
         disclaimer = found->second;
     }

@@ -2,6 +2,7 @@
 
 #include "context.h"
 
+#include <tarvo/platform.h>
 #include <vconf.h>
 
 #include <cstdlib>
@@ -87,6 +88,30 @@ std::string CurlCodeWords(int code) {
     const auto it = codes.find(code);
     if (it == codes.end()) return "CURLcode " + std::to_string(code);
     return std::string(it->second.first) + " (" + it->second.second + ")";
+}
+
+std::string ErrorCodeOrigin(int code, int reason) {
+    // libcurl's codes stay below 100; the servers' own codes are larger.
+    constexpr int kCurlCodeLimit = 100;
+    if (code == -1) return "no code is known";
+    if (reason == 1) return "the device's term error " + std::to_string(code) + " (nimbra_get_term_error)";
+    if (code > 0 && code < kCurlCodeLimit) return "libcurl's " + CurlCodeWords(code);
+    return "the server's own error code " + std::to_string(code) + " (the \"err\" of its answer)";
+}
+
+NetworkState ReadNetworkState() {
+    NetworkState state;
+    const auto profile = tarvo::platform::LoadDeviceProfile();
+    if (!profile || !(*profile)["network"].isObject()) return state;
+    const Json::Value& network = (*profile)["network"];
+    state.up = network["up"].isBool() && network["up"].asBool();
+    state.profile = network["profile"].isString() ? network["profile"].asString() : std::string();
+    return state;
+}
+
+std::string NetworkWords(const NetworkState& network) {
+    if (!network.up) return "down (tarvoctl network up brings it back)";
+    return "up" + (network.profile.empty() ? std::string() : " (" + network.profile + ")");
 }
 
 const std::vector<DeviceValue>& DeviceValues() {
@@ -203,29 +228,35 @@ void ReadRun(const std::vector<LogEntry>& entries, RunReport& report) {
     }
 }
 
-std::string DescribeDisclaimerFailure(const Json::Value& notification, const RunReport& report) {
+std::string DescribeDisclaimerFailure(const Json::Value& notification, const RunReport& report,
+                                      const NetworkState& network) {
     const int code = notification["error_code"].asInt();
+    const int reason = notification["error_reason"].asInt();
     std::string words = "the disclaimers could not be updated (error_code " + std::to_string(code) +
-                        ", error_reason " + std::to_string(notification["error_reason"].asInt()) + "): ";
-    if (notification["error_reason"].asInt() == 1) {
+                        ", error_reason " + std::to_string(reason) + "): ";
+    if (reason == 1) {
         const auto missing = MissingDeviceValues(true);
         words +=
             "device values missing: the service waited 90 s for the country, the model id and the server URL";
         words += missing.empty() ? " (all are set now)" : "; still missing: " + NameValues(missing);
-        if (code != 0) words += "; the platform reports term error " + std::to_string(code);
+        if (code != 0) words += "; error_code is " + ErrorCodeOrigin(code, reason);
         return words;
     }
-    words += "the store holds no disclaimers after the run";
-    for (const auto& step : report.failures) words += "; " + step;
+    if (!network.up && report.failed) {
+        words += "the network is down, so no request reached the server (" + NetworkWords(network) + ")";
+    } else {
+        words += "the store holds no disclaimers after the run";
+        for (const auto& step : report.failures) words += "; " + step;
+    }
     if (code == 0) return words + "; the service recorded no error code";
     if (report.recorded_code && *report.recorded_code == code) {
-        if (report.failures.empty()) words += "; " + std::to_string(code) + " is " + CurlCodeWords(code);
+        if (report.failures.empty()) words += "; error_code is " + ErrorCodeOrigin(code, reason);
         return words;
     }
     return words + "; error_code " + std::to_string(code) +
-           " may be left from an earlier failure (the service keeps the last code until another replaces "
+           " may be left from an earlier failure (the service keeps its last code until another replaces "
            "it): " +
-           "as a transfer error it is " + CurlCodeWords(code) + ", else the server's own error code";
+           ErrorCodeOrigin(code, reason);
 }
 
 std::string DescribeCountryListFailure(const Json::Value& notification,

@@ -15,6 +15,20 @@ namespace tarvoctl {
 
 // "CURLE_COULDNT_CONNECT (could not connect to the server)"; "CURLcode N" for a code without a name here.
 std::string CurlCodeWords(int code);
+// Where the error code of a failure notification comes from: with "error_reason" 1 the device's
+// server settings (Nimbra), with 0 the server request, whose codes below 100 are libcurl's and
+// the others the server's own "err" code.
+std::string ErrorCodeOrigin(int code, int reason);
+
+// The device profile's network as the platform's connection API sees it (the platform root must
+// be in use): up with its profile type, or down.
+struct NetworkState {
+    bool up = false;
+    std::string profile;
+};
+NetworkState ReadNetworkState();
+// "up (ethernet)" or "down (tarvoctl network up brings it back)".
+std::string NetworkWords(const NetworkState& network);
 
 // One vconf value the service needs before it asks the server.
 struct DeviceValue {
@@ -49,8 +63,10 @@ struct RunReport {
 
 // Reads `entries` (the service's lines since the request was sent) into the report.
 void ReadRun(const std::vector<LogEntry>& entries, RunReport& report);
-// A "new_disclaimer_got" failure in words, saying when its code is left from an earlier failure.
-std::string DescribeDisclaimerFailure(const Json::Value& notification, const RunReport& report);
+// A "new_disclaimer_got" failure in words, saying where its code comes from and when it is left
+// from an earlier failure; `network` is the device's network during the run.
+std::string DescribeDisclaimerFailure(const Json::Value& notification, const RunReport& report,
+                                      const NetworkState& network);
 // A "new_country_list_got" failure in words, with the reason the log gives.
 std::string DescribeCountryListFailure(const Json::Value& notification, const std::vector<LogEntry>& entries);
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 
 namespace tarvoctl {
 
@@ -54,7 +55,7 @@ int RunPower(Context& context, const std::vector<std::string>& args, const std::
     if (!answer) return LostService(context);
     if (answer->isMember("error")) return ReportRefusal(context, *answer);
     const bool closes_store = control == "power-off" && (state & kKeepStoreOpen) == 0;
-    if (closes_store) MarkStoreClosed(context, state);
+    if (closes_store) MarkStoreClosed(context.SocketPath(), state);
     if (context.json) {
         Json::Value out(Json::objectValue);
         out["ok"] = true;
@@ -66,8 +67,9 @@ int RunPower(Context& context, const std::vector<std::string>& args, const std::
         std::cout << control << " " << state << " done" << std::endl;
         if (closes_store) {
             std::cout
-                << "the service closed its store as on a real power-off: until the host restarts, the lists "
-                   "are empty and answers given are not kept ('power off 1073741824' keeps it open)"
+                << "the service closed its store as on a real power-off: until a restart of the service "
+                   "(tarvo-service-host) opens it, the lists are empty and answers given are not kept "
+                   "('power off 1073741824' keeps it open)"
                 << std::endl;
         }
     }
@@ -94,8 +96,26 @@ int RunCall(Context& context, const std::vector<std::string>& args) {
     const auto split = SplitArguments(args, {"--type"});
     if (!split) return kExitUsage;
     if (split->positional.size() != 1) return UsageError("call takes one JSON object");
-    const auto request = ParseJson(split->positional[0]);
-    if (!request || !request->isObject()) return UsageError("the request is not a JSON object");
+    const std::string& text = split->positional[0];
+    Json::Value parsed;
+    std::string why;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    if (!reader->parse(text.data(), text.data() + text.size(), &parsed, &why)) {
+        // JsonCpp's "* Line 1, Column 2\n  Missing '}'..." on one line.
+        std::string reason;
+        for (char c : why) {
+            if (c == '\n') {
+                reason += ": ";
+            } else if (c != '*' && !(c == ' ' && (reason.empty() || reason.back() == ' '))) {
+                reason += c;
+            }
+        }
+        while (!reason.empty() && (reason.back() == ' ' || reason.back() == ':')) reason.pop_back();
+        return UsageError("the request is not valid JSON (" + reason + ")");
+    }
+    if (!parsed.isObject())
+        return UsageError("the request is valid JSON but not an object: it must be {\"method\": ...}");
+    const std::optional<Json::Value> request = parsed;
     const auto type = split->options.count("--type") ? split->options.at("--type") : std::string();
 
     auto client = context.Connect();
@@ -104,8 +124,21 @@ int RunCall(Context& context, const std::vector<std::string>& args) {
     if (!answer) return LostService(context);
     if (IsRefusal(*answer)) return ReportRefusal(context, *answer);
     const Json::Value& reply = (*answer)["reply"];
+    if (reply.isNull() && !request->isMember("method")) {
+        const std::string words =
+            "no reply: the request has no \"method\" member (the service reads a missing method as \"\", "
+            "which names no method)";
+        if (context.json) {
+            Json::Value out(Json::objectValue);
+            out["reply"] = Json::Value();
+            out["error"] = words;
+            std::cout << CompactJson(out) << std::endl;
+        }
+        return Fail(words);
+    }
     if (reply.isNull()) {
-        const std::string method = (*request)["method"].asString();
+        const Json::Value& named = (*request)["method"];
+        const std::string method = named.isString() ? named.asString() : CompactJson(named);
         const bool by_design = AnswersWithNothing(method);
         const std::string words = by_design
                                       ? "no reply: \"" + method + "\" answers with nothing" +

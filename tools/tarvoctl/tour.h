@@ -4,7 +4,7 @@
 // tour_steps.cpp, the walking and the checks' plumbing in tour_verb.cpp. Main thread only.
 #pragma once
 
-#include "admin_http.h"
+#include "cloud_admin.h"
 #include "context.h"
 
 #include <json/json.h>

@@ -3,6 +3,8 @@
 // and lists what the store then holds.
 #include "disclaimer_view.h"
 #include "outcome_words.h"
+#include "power_marker.h"
+#include "revision_words.h"
 #include "service_log.h"
 #include "terminal.h"
 #include "verbs.h"
@@ -18,6 +20,8 @@ namespace {
 constexpr double kDefaultUpdateTimeout = 200.0;
 // How long a wake-up may take to reach the service's worker before it counts as having started nothing.
 constexpr std::chrono::seconds kWakeupStart{5};
+// How long a service that is still starting may take to make its info service.
+constexpr std::chrono::seconds kServiceStart{20};
 
 const char* const kHowNewVersionsCome =
     "A newly published version reaches the stored set at a wake-up (tarvoctl update --wakeup), at the "
@@ -95,9 +99,55 @@ std::string Source(const RunReport& report) {
             why = report.country.empty() ? "no country is set"
                                          : "the store held no disclaimers of this country";
         }
+        if (report.failed) return "asked the server, because " + why + "; the run failed (see below).";
         return "fetched now, because " + why + ".";
     }
     return "the service's log does not tell where the answer came from.";
+}
+
+// A request that arrives before the service has made its info service is dropped without a
+// notification, so the request waits until "is service available" says true. False when the
+// wait ended the verb.
+bool WaitUntilAvailable(ServiceSession& session, std::chrono::steady_clock::time_point deadline) {
+    const auto until = std::min(deadline, std::chrono::steady_clock::now() + kServiceStart);
+    Progress progress(
+        std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()));
+    CatchInterrupts();
+    for (;;) {
+        const auto available = session.AskMethod("is service available");
+        if (!available) return false;
+        if ((*available)["result"].asBool()) break;
+        if (Interrupted() || std::chrono::steady_clock::now() >= until) {
+            progress.Clear();
+            session.Refuse(std::string(Interrupted() ? "interrupted" : "gave up") +
+                           " while waiting for the service to become available (its start has not made "
+                           "the info service yet; a request now would be dropped): nothing was asked");
+            return false;
+        }
+        progress.Show("the service to become available");
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    progress.Clear();
+    return true;
+}
+
+void PrintNewVersions(const std::vector<NewVersion>& versions, bool first_set) {
+    if (versions.empty()) return;
+    std::vector<std::string> lines;
+    if (first_set) {
+        lines.push_back("all " + std::to_string(versions.size()) +
+                        " are new to the store, which held no set of this country: a first set marks "
+                        "nothing revised");
+        PrintSteps("new versions:", lines);
+        return;
+    }
+    for (const auto& v : versions) {
+        lines.push_back(v.id + " " +
+                        (v.old_version.empty() ? "new, version " + v.new_version
+                                               : v.old_version + " -> " + v.new_version) +
+                        ": " + (v.revised ? "revised, " : "not revised, ") + v.why);
+    }
+    PrintSteps("new versions:", lines);
 }
 
 }  // namespace
@@ -124,7 +174,23 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
 
     ServiceSession session(context);
     if (!session.Open()) return session.ExitCode();
+    if (const auto closed = StoreClosedMark(context.SocketPath())) {
+        // The service would fetch into a store that keeps nothing.
+        const std::string words = "nothing was asked: " + ClosedStoreWords(*closed);
+        if (session.JsonOutput()) {
+            Json::Value out(Json::objectValue);
+            out["result"] = "fail";
+            out["store_open"] = false;
+            out["error"] = words;
+            PrintDocument(out);
+        }
+        return session.Refuse(words);
+    }
     if (!session.Subscribe()) return session.ExitCode();
+    if (!WaitUntilAvailable(session, deadline)) return session.ExitCode();
+    const auto network_before = ReadNetworkState();
+    const auto before = Locate(session);
+    if (!before) return session.ExitCode();
     LogCursor log(context.Root() + "/var/log/tarvo.log");
     for (const auto& value : MissingDeviceValues()) {
         Fail(std::string("warning: ") + value.key + " (" + value.what + ") is not set" +
@@ -151,10 +217,22 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
     if (!done) return session.ExitCode();
     ReadRun(log.ReadService(), report);
     const bool failed = (*done)["result"] != "success";
-    const std::string failure = failed ? DescribeDisclaimerFailure(*done, report) : std::string();
+    NetworkState network = ReadNetworkState();
+    network.up = network.up && network_before.up;
+    if (!network.up && report.failed) {
+        report.steps.push_back("the network is down: " + NetworkWords(network) +
+                               ", so the request could not reach the server");
+    }
+    const std::string failure = failed ? DescribeDisclaimerFailure(*done, report, network) : std::string();
     const auto placement = Locate(session);
     if (!placement) return session.ExitCode();
     const auto& all = placement->lists.at(4);
+    const auto revised_reply = session.AskMethod("get revised disclaimers");
+    if (!revised_reply) return session.ExitCode();
+    std::vector<std::string> revised;
+    for (const auto& d : (*revised_reply)["disclaimers"]) revised.push_back(d["id"].asString());
+    const bool country_changed = report.why_fetched.find("country") != std::string::npos;
+    const auto versions = JudgeNewVersions(before->records, placement->records, revised, country_changed);
 
     if (session.JsonOutput()) {
         Json::Value document(Json::objectValue);
@@ -168,6 +246,17 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
         document["steps"] = Json::Value(Json::arrayValue);
         for (const auto& step : report.steps) document["steps"].append(step);
         if (failed) document["error"] = failure;
+        document["network"] = NetworkWords(network);
+        document["new_versions"] = Json::Value(Json::arrayValue);
+        for (const auto& v : versions) {
+            Json::Value entry(Json::objectValue);
+            entry["id"] = v.id;
+            entry["old_version"] = v.old_version;
+            entry["new_version"] = v.new_version;
+            entry["revised"] = v.revised;
+            entry["why"] = v.why;
+            document["new_versions"].append(entry);
+        }
         document["disclaimers"] = Json::Value(Json::arrayValue);
         for (const auto& d : all) document["disclaimers"].append(DisclaimerDocument(d, *placement));
         PrintDocument(document);
@@ -175,6 +264,7 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
         PrintSteps("wake-up:", wake.steps);
         PrintWrapped(Source(report), "");
         PrintSteps("server:", report.steps);
+        PrintNewVersions(versions, before->records.empty() || country_changed);
         if (report.from_store && !wakeup) PrintWrapped(kHowNewVersionsCome, "");
         if (all.empty()) {
             std::cout << "the store holds no disclaimers" << std::endl;

@@ -1,7 +1,7 @@
 // The television's screens: home, the first-run wizard, the settings menu with one record
 // opened, and the updated-terms walk. Each view loads what it shows from the service and loads
 // again when a notification says the store changed or the host came back.
-import { service, listen, NoHostError } from "./bridge.js";
+import { service, listen, versions, NoHostError } from "./bridge.js";
 import { installRemote, focusFirst } from "./nav.js";
 import { el, button, buttonLabels, renderDisclaimer, answerState } from "./render.js";
 
@@ -16,6 +16,10 @@ const MENU = 0;
 
 let current = null;
 let hostUp = null;
+// The power-off mark while the store is closed ({state, at}), else null.
+let storeClosed = null;
+// The view whose message the footer shows; a message ends with its view.
+let messageOf = null;
 
 // ---- the frame around every view --------------------------------------------------------------
 
@@ -23,6 +27,15 @@ function say(text, isError = false) {
   const message = document.getElementById("message");
   message.textContent = text;
   message.classList.toggle("error", isError);
+  messageOf = current;
+}
+
+function closedWords() {
+  return `The store is closed since the power-off (state ${storeClosed.state}) at ${storeClosed.at}. A restart of the service opens it.`;
+}
+
+function closedNote() {
+  return storeClosed ? el("p", { class: "closed-note", "data-role": "store-closed" }, closedWords()) : null;
 }
 
 function report(error) {
@@ -39,7 +52,12 @@ function fitStage() {
 
 function show(view) {
   current = view;
+  if (messageOf !== view) say("");
+  messageOf = view;
   stage.dataset.view = view.name;
+  // The address names the screen shown, so that setting it again is a change the tab follows.
+  const hash = { menu: "#menu", wizard: "#wizard" }[view.name] || "";
+  if (location.hash !== hash) history.replaceState(null, "", hash || location.pathname + location.search);
   delete stage.dataset.step;
   view.reload();
 }
@@ -110,11 +128,10 @@ function answerActions(record, done) {
       agrees: agreed === true,
       run: async () => {
         try {
-          if (agreed !== null) {
-            await service.setOne(record.id, agreed);
-            say(`${agreed ? "Agreed to" : "Declined"} “${record.title || record.id}”`);
-          }
+          if (agreed !== null) await service.setOne(record.id, agreed);
           done(agreed);
+          // Said on the screen the answer leads to, and gone when that screen goes.
+          if (agreed !== null) say(`${agreed ? "Agreed to" : "Declined"} “${record.title || record.id}”`);
         } catch (error) {
           report(error);
         }
@@ -134,6 +151,7 @@ class HomeView {
         paint(
           this,
           { title: "Home", screen: "home" },
+          closedNote(),
           revisedBanner(revised, () => new HomeView()),
           el(
             "div",
@@ -172,6 +190,10 @@ class WizardView {
   }
 
   async fetch() {
+    if (storeClosed) {
+      this.step = "fetching";
+      return this.failed({ error_code: "none", error_reason: "closed" });
+    }
     this.step = "fetching";
     stage.dataset.step = this.step;
     paint(this, { title: "First-run setup", screen: "fetching" },
@@ -213,12 +235,13 @@ class WizardView {
       1: "The television's server settings were not ready in time.",
       timeout: "The service did not answer in time.",
       request: `The request did not reach the service: ${this.failure.detail || ""}`,
+      closed: storeClosed ? closedWords() : "The store was closed by a power-off. A restart of the service opens it.",
     };
     const code = this.failure.error_code;
     paint(this, { title: "First-run setup", screen: "failure" },
       el("div", { class: "centre", "data-role": "failure" },
         el("h1", {}, "The terms could not be loaded"),
-        el("div", { class: "error-code", "data-role": "error-code" }, `Error code ${code}`),
+        this.failure.error_reason === "closed" ? null : el("div", { class: "error-code", "data-role": "error-code" }, `Error code ${code}`),
         el("p", { "data-role": "error-reason" }, reasons[this.failure.error_reason] ?? `Reason ${this.failure.error_reason}`),
         el("div", { class: "buttons" },
           keyed(button("Retry", () => this.fetch(), { "data-autofocus": true }), "retry"),
@@ -283,7 +306,10 @@ class WizardView {
       },
     }));
     if (actions.length === 0) actions.push({ index: 0, label: "Next", run: () => this.goTo(index + 1) });
-    const list = el("ul", { class: "members" }, members.map((m) => el("li", {}, m.title || m.id)));
+    // Each service of the group opens its own screen, where its full text is read.
+    const list = el("ul", { class: "members", "data-role": "members" },
+      members.map((m, i) => el("li", {},
+        keyed(button(m.title || m.id, () => this.goTo(index + 1 + i), { "data-id": m.id }), `member-${m.id}`))));
     return renderDisclaimer(record, { actions, extra: list, untagged: true });
   }
 
@@ -352,7 +378,10 @@ class MenuView {
               `row-${r.id}`));
           }
         });
-        if (records.length === 0) rows.push(el("p", {}, "The service holds no terms yet. Run the first-run setup to fetch them."));
+        if (records.length === 0) {
+          rows.push(storeClosed ? closedNote()
+            : el("p", {}, "The service holds no terms yet. Run the first-run setup to fetch them."));
+        }
         paint(this, { title: "Settings › Terms & Policies", progress: `${records.length} items`, screen: "menu" },
           revisedBanner(revised, () => new MenuView()),
           el("div", { class: "menu", "data-role": "menu" }, rows),
@@ -386,7 +415,7 @@ class DetailView {
   reload() {
     loading(this, async () => {
       const record = await service.byId(this.id);
-      if (!record) return () => (say(`“${this.id}” is no longer offered`), show(new MenuView()));
+      if (!record) return () => (show(new MenuView()), say(`“${this.id}” is no longer offered`));
       const dependency = await dependencyOf(record);
       const actions = answerActions(record, () => this.back());
       return () =>
@@ -406,6 +435,17 @@ class DetailView {
 
 // ---- updated terms ------------------------------------------------------------------------------
 
+// The prompt's words: which version replaced which, and that the old one had the user's agreement.
+function versionWords(record, seen) {
+  const now = record.version ? `version ${record.version}` : "a new version";
+  if (seen && seen.previous && seen.previous !== record.version) {
+    return seen.previous_agreed
+      ? `These terms changed from version ${seen.previous}, which you had agreed to, to ${now}. Please answer again.`
+      : `These terms changed from version ${seen.previous} to ${now}. Please answer again.`;
+  }
+  return `These terms are new on this television (${now}), or changed since you agreed to them. Please answer.`;
+}
+
 class RevisedView {
   name = "revised";
   constructor(records, from) {
@@ -418,10 +458,12 @@ class RevisedView {
     loading(this, async () => {
       const record = (await service.byId(this.records[index].id)) || this.records[index];
       const dependency = await dependencyOf(record);
+      const seen = (await versions())[record.id];
       const actions = answerActions(record, () => this.next());
+      const note = el("p", { class: "version-note", "data-role": "version-note" }, versionWords(record, seen));
       return () =>
         paint(this, { title: "Updated terms", progress: `${index + 1} of ${this.records.length}`, screen: `revised-${index}` },
-          renderDisclaimer(record, { dependency, actions }));
+          renderDisclaimer(record, { dependency, actions, extra: note }));
     });
   }
   next() {
@@ -438,9 +480,17 @@ class RevisedView {
 
 // ---- start --------------------------------------------------------------------------------------
 
+function hostWords(up) {
+  if (up && storeClosed) {
+    const time = String(storeClosed.at).split(" ").pop();
+    return `Store closed since the power-off at ${time} · restart the service`;
+  }
+  return up ? "Service connected" : up === null ? "Connecting…" : "No service running";
+}
+
 function setHost(up, title, text) {
   stage.dataset.host = up === null ? "unknown" : up ? "up" : "down";
-  document.getElementById("host-state").textContent = up ? "Service connected" : up === null ? "Connecting…" : "No service running";
+  document.getElementById("host-state").textContent = hostWords(up);
   document.getElementById("no-host").hidden = up === true;
   document.getElementById("no-host-title").textContent = title;
   document.getElementById("no-host-text").textContent = text;
@@ -466,7 +516,11 @@ function start() {
     back: () => current && current.back(),
   });
   setHost(null, "Connecting to the service…", "");
-  const first = { "#wizard": () => new WizardView(), "#menu": () => new MenuView() }[location.hash] || (() => new HomeView());
+  const viewOf = (hash) => ({ "#wizard": () => new WizardView(), "#menu": () => new MenuView() }[hash] || (() => new HomeView()))();
+  // A changed address in an open tab goes to its screen, as a first load would.
+  window.addEventListener("hashchange", () => {
+    if (hostUp) show(viewOf(location.hash));
+  });
   listen({
     host(up) {
       const was = hostUp;
@@ -477,8 +531,15 @@ function start() {
       }
       setHost(true, "", "");
       if (was === false) say("The service is back");
-      if (!current) show(first());
+      if (!current) show(viewOf(location.hash));
       else current.reload();
+    },
+    store(state) {
+      const was = storeClosed;
+      storeClosed = state;
+      stage.dataset.store = state ? "closed" : "open";
+      document.getElementById("host-state").textContent = hostWords(hostUp);
+      if (current && Boolean(was) !== Boolean(state)) current.reload();
     },
     notification(body) {
       if (!current) return;

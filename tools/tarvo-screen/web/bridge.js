@@ -119,10 +119,26 @@ export const service = {
   },
 };
 
-// Opens the event stream; `handlers.host(up)`, `handlers.notification(body)`, `handlers.lost()`.
+// What tarvo-screen has seen of each record's versions: {id: {version, agreed, previous, previous_agreed}}.
+export async function versions() {
+  try {
+    const response = await fetch("/api/versions");
+    const body = await response.json();
+    return isObject(body) ? body : {};
+  } catch (e) {
+    return {};
+  }
+}
+
+// Opens the event stream; `handlers.host(up)`, `handlers.store(state)`, `handlers.notification(body)`,
+// `handlers.lost()`.
 export function listen(handlers) {
   const source = new EventSource("/api/events");
   source.addEventListener("host", (event) => handlers.host(JSON.parse(event.data).up === true));
+  source.addEventListener("store", (event) => {
+    const state = JSON.parse(event.data);
+    handlers.store(isObject(state) && state.closed === true ? state : null);
+  });
   source.addEventListener("notification", (event) => {
     let body = null;
     try {

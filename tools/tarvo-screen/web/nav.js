@@ -14,23 +14,37 @@ function reachable(root) {
   return [...root.querySelectorAll(".focusable")].filter((el) => !el.disabled && el.offsetParent !== null);
 }
 
-function centre(el) {
-  const r = el.getBoundingClientRect();
-  return { x: r.left + r.width / 2, y: r.top + r.height / 2 };
+// How far `r` lies beyond `from` in the direction, edge to edge; negative when it is not beyond.
+function gap(from, r, { axis, sign }) {
+  if (axis === "x") return sign > 0 ? r.left - from.right : from.left - r.right;
+  return sign > 0 ? r.top - from.bottom : from.top - r.bottom;
 }
 
-// The nearest candidate on the side of `direction`, off-axis distance weighing more.
-function nearest(from, candidates, { axis, sign }) {
-  const c = centre(from);
-  const other = axis === "x" ? "y" : "x";
+// How much the two boxes share across the direction (a row for Left/Right, a column for Up/Down).
+function shared(from, r, { axis }) {
+  const [lo, hi] = axis === "x" ? ["top", "bottom"] : ["left", "right"];
+  return Math.min(from[hi], r[hi]) - Math.max(from[lo], r[lo]);
+}
+
+function crossDistance(from, r, { axis }) {
+  const [lo, hi] = axis === "x" ? ["top", "bottom"] : ["left", "right"];
+  return Math.max(0, r[lo] - from[hi], from[lo] - r[hi]);
+}
+
+// The control the eye finds in that direction: one that lines up with the focused one comes
+// first, the nearest of those; only when none lines up, the nearest elsewhere, off-axis distance
+// weighing more. An element must lie wholly beyond the focused one's edge.
+function nearest(from, candidates, direction) {
+  const f = from.getBoundingClientRect();
   let best = null;
   let bestScore = Infinity;
   for (const el of candidates) {
-    if (el === from) continue;
-    const d = centre(el);
-    const along = (d[axis] - c[axis]) * sign;
-    if (along <= 1) continue;
-    const score = along + 3 * Math.abs(d[other] - c[other]);
+    if (el === from || el.contains(from) || from.contains(el)) continue;
+    const r = el.getBoundingClientRect();
+    const along = gap(f, r, direction);
+    if (along < -1) continue;
+    const inLine = shared(f, r, direction) > 0;
+    const score = (inLine ? 0 : 1e6) + Math.max(0, along) + 3 * crossDistance(f, r, direction);
     if (score < bestScore) {
       bestScore = score;
       best = el;
