@@ -190,6 +190,9 @@ void ReadRun(const std::vector<LogEntry>& entries, RunReport& report) {
             // An empty answer has its own line just before.
             if (ReadFailedResource(*failed, request, code) && code != 0) {
                 failure(DescribeFailedResource(request, code));
+                // CURLE_COULDNT_RESOLVE_HOST, CURLE_COULDNT_CONNECT: what a request meets with the network
+                // down.
+                if (code == 6 || code == 7) report.not_connected = true;
             }
         } else if (rest("data == NULL or dataLength <= 0")) {
             failure("the server's answer was empty");
@@ -242,7 +245,7 @@ std::string DescribeDisclaimerFailure(const Json::Value& notification, const Run
         if (code != 0) words += "; error_code is " + ErrorCodeOrigin(code, reason);
         return words;
     }
-    if (!network.up && report.failed) {
+    if (!network.up && report.not_connected) {
         words += "the network is down, so no request reached the server (" + NetworkWords(network) + ")";
     } else {
         words += "the store holds no disclaimers after the run";

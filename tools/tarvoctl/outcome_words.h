@@ -55,6 +55,7 @@ struct RunReport {
     std::vector<std::string> steps;
     std::vector<std::string> failures;  // the steps that went wrong
     bool failed = false;                // a server request or its answer failed
+    bool not_connected = false;         // a request found no connection (libcurl's connect or resolve error)
     bool waited_for_values = false;     // the run stopped for missing device values
     bool run_ended = false;             // the run's last job is done
     std::optional<int> recorded_code;   // the last error code the service recorded in this window

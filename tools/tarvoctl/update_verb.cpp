@@ -219,7 +219,7 @@ int RunUpdate(Context& context, const std::vector<std::string>& args) {
     const bool failed = (*done)["result"] != "success";
     NetworkState network = ReadNetworkState();
     network.up = network.up && network_before.up;
-    if (!network.up && report.failed) {
+    if (!network.up && report.not_connected) {
         report.steps.push_back("the network is down: " + NetworkWords(network) +
                                ", so the request could not reach the server");
     }
