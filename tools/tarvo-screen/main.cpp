@@ -39,7 +39,9 @@ const char* kUsage =
     "\n"
     "The page's bridge: POST /api/call with a request object gives {\"reply\": ...} (503 with\n"
     "{\"error\": ...} while no host runs); GET /api/events is a stream of Server-Sent Events,\n"
-    "\"notification\" for each notification of the service and \"host\" ({\"up\": bool}).\n";
+    "\"notification\" for each notification of the service, \"host\" ({\"up\": bool}) and \"store\"\n"
+    "({\"closed\": bool, ...} after a power-off); GET /api/versions gives the versions it saw of each\n"
+    "disclaimer.\n";
 
 struct Options {
     std::optional<std::string> root;

@@ -15,8 +15,9 @@ const std::vector<Verb>& Verbs() {
          "(an unknown method); the methods that answer with nothing by design exit 0.",
          RunCall},
         {"status", "",
-         "Tells whether the service is available, whether its store is closed after a power-off, how many\n"
-         "disclaimers each requester sees (0 menu, 1 app, 2 pnp, 3 none, 4 all) and how many are revised.",
+         "Tells whether the service is available, whether its store is closed after a power-off, whether\n"
+         "the device profile's network is up, how many disclaimers each requester sees (0 menu, 1 app,\n"
+         "2 pnp, 3 none, 4 all) and how many are revised.",
          RunStatus},
         {"list", "[--requester N]",
          "Lists the disclaimers requester N sees (default 4, all available), in its display order.\n"
@@ -44,7 +45,9 @@ const std::vector<Verb>& Verbs() {
          "While country and language stay as they are the service answers from its stored set; a newly\n"
          "published version comes at a wake-up, at the service's start, or with a change of language or\n"
          "country. --wakeup first sends the wake-up control, as a television does after standby, and waits\n"
-         "for the run it starts. Exit 1 when the update failed, also when the service still answered with\n"
+         "for the run it starts. Each new version is named with whether the service marked it revised, and\n"
+         "why. It waits for the service to be available first, and asks nothing while the store is closed\n"
+         "after a power-off. Exit 1 when the update failed, also when the service still answered with\n"
          "its stored set.",
          RunUpdate},
         {"countries", "[--refresh] [--timeout S]",
