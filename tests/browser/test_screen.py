@@ -191,8 +191,9 @@ class Screen(TelevisionCase):
         words = tv.wait_js("const s = document.getElementById('host-state').textContent;"
                            "return s.startsWith('Store closed since the power-off') && s", "the footer to say so")
         self.assertIn("restart the service", words)
-        self.assertIn("A restart of the service opens it.",
-                      tv.js("return document.querySelector('[data-role=store-closed]').textContent"))
+        home = tv.wait_js("const n = document.querySelector('#stage[data-view=home] [data-role=store-closed]');"
+                          "return n && n.textContent", "the home screen to say the store is closed")
+        self.assertIn("A restart of the service opens it.", home)
         tv.screenshot("closed-home")
         tv.js("location.hash = '#menu'")
         note = tv.wait_js("const n = document.querySelector('#stage[data-view=menu] [data-role=store-closed]');"

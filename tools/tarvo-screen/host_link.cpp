@@ -2,6 +2,8 @@
 
 #include "power_marker.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <exception>
 #include <iostream>
@@ -85,7 +87,8 @@ void HostLink::m_Subscribe() {
             m_hub.SetHostUp(true);
             while (m_Pause(std::chrono::milliseconds(0))) {
                 // A power-off sends no notification: the mark tarvoctl leaves is looked at instead.
-                m_hub.SetStore(StoreState(m_socketPath));
+                // A host that is going has removed its socket; its store state stays as it was.
+                if (access(m_socketPath.c_str(), F_OK) == 0) m_hub.SetStore(StoreState(m_socketPath));
                 const auto frame = client.ReadFrame(kReadSlice);
                 if (frame && frame->isMember("notification")) {
                     // The book learns a replaced version before the page hears of it.

@@ -37,8 +37,8 @@ const char* kUsage =
     "  --port N       the port to serve on (default 0: a free port)\n"
     "  --web DIR      the page's files (default: those installed with the tool)\n"
     "\n"
-    "The page's bridge: POST /api/call with a request object gives {\"reply\": ...} (503 with\n"
-    "{\"error\": ...} while no host runs); GET /api/events is a stream of Server-Sent Events,\n"
+    "The page's bridge: POST /api/call with a request object gives {\"reply\": ...} ({\"no_host\":\n"
+    "true, \"error\": ...} while no host runs); GET /api/events is a stream of Server-Sent Events,\n"
     "\"notification\" for each notification of the service, \"host\" ({\"up\": bool}) and \"store\"\n"
     "({\"closed\": bool, ...} after a power-off); GET /api/versions gives the versions it saw of each\n"
     "disclaimer.\n";

@@ -97,9 +97,15 @@ void WebServer::m_Call(const httplib::Request& req, httplib::Response& res) {
         case CallOutcome::Kind::kHostError:
             SendError(res, 502, outcome.error);
             return;
-        case CallOutcome::Kind::kNoHost:
-            SendError(res, 503, outcome.error);
+        case CallOutcome::Kind::kNoHost: {
+            // No host is a state the page shows, not a failed request: an error status would be
+            // logged in the browser's console as one.
+            Json::Value body(Json::objectValue);
+            body["no_host"] = true;
+            body["error"] = outcome.error;
+            SendJson(res, 200, body);
             return;
+        }
     }
 }
 

@@ -45,6 +45,13 @@ std::optional<Json::Value> ServiceSession::AskMethod(const std::string& method) 
     return Ask(request);
 }
 
+std::optional<Json::Value> ServiceSession::AskQuestion(const std::string& method) {
+    const int before = m_exit;
+    auto reply = AskMethod(method);
+    if (reply && m_exit == kExitRefused) m_exit = before;
+    return reply;
+}
+
 bool ServiceSession::Control(const std::string& name, int state) {
     const auto answer = m_client->Control(name, state);
     if (!answer) {

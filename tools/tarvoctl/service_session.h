@@ -31,6 +31,8 @@ class ServiceSession {
     std::optional<Json::Value> Ask(const Json::Value& request);
     // A call made of a method and nothing else.
     std::optional<Json::Value> AskMethod(const std::string& method);
+    // Like AskMethod, for a question whose false "result" is an answer, not a refusal.
+    std::optional<Json::Value> AskQuestion(const std::string& method);
     // Runs a power control ("wakeup", "power-off") with `state`; false after printing why.
     bool Control(const std::string& name, int state);
     // Notification bodies named `name` that have arrived so far, in order.

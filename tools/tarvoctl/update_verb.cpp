@@ -114,7 +114,7 @@ bool WaitUntilAvailable(ServiceSession& session, std::chrono::steady_clock::time
         std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()));
     CatchInterrupts();
     for (;;) {
-        const auto available = session.AskMethod("is service available");
+        const auto available = session.AskQuestion("is service available");
         if (!available) return false;
         if ((*available)["result"].asBool()) break;
         if (Interrupted() || std::chrono::steady_clock::now() >= until) {

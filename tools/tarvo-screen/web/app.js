@@ -539,7 +539,7 @@ function start() {
       storeClosed = state;
       stage.dataset.store = state ? "closed" : "open";
       document.getElementById("host-state").textContent = hostWords(hostUp);
-      if (current && Boolean(was) !== Boolean(state)) current.reload();
+      if (hostUp && current && Boolean(was) !== Boolean(state)) current.reload();
     },
     notification(body) {
       if (!current) return;

@@ -45,7 +45,7 @@ async function call(request) {
   } catch (e) {
     throw new BridgeError(`"${request.method}": tarvo-screen answered ${response.status} without JSON`);
   }
-  if (response.status === 503) throw new NoHostError(body.error || "no service is running");
+  if (isObject(body) && body.no_host === true) throw new NoHostError(body.error || "no service is running");
   if (!response.ok) throw new BridgeError(`"${request.method}" refused: ${body.error || response.status}`);
   if (!isObject(body) || !("reply" in body)) throw unexpected(request.method, body);
   return body.reply;
