@@ -137,11 +137,19 @@ TEST_F(TarvoctlUpdate, TellsWhereTheAnswerCameFromAndWhyAFetchFailed) {
     EXPECT_NE(fetched.out.find(DataDisclaimer("US", "tnc")["texts"]["en"]["title"].asString()), kNone);
 }
 
-TEST_F(TarvoctlUpdate, AClosedStoreIsSaidSoUntilTheServiceRestartsAndNothingIsAskedOfTheServer) {
+TEST_F(TarvoctlUpdate, ANetworkDownAndAClosedStoreAreSaidSoAndAClosedStoreAsksNothingUntilARestart) {
     const auto down = Ctl({"status"});
     EXPECT_NE(down.out.find("network             down (tarvoctl network up brings it back)"), kNone)
         << down.out;
     EXPECT_EQ(ParseLine(Ctl({"--json", "status"}).out)["network_up"], false);
+    // With the profile's network down, a request that finds no connection is the network's fault.
+    const std::string url = VconfText("db/nimbra/gpmurl/apps");
+    SetVconf("db/nimbra/gpmurl/apps", "http://127.0.0.1:1");
+    const auto unreachable = Ctl({"update", "--timeout", "20"});
+    EXPECT_EQ(unreachable.exit_code, 1);
+    EXPECT_NE(unreachable.err.find("the network is down, so no request reached the server"), kNone)
+        << unreachable.err;
+    SetVconf("db/nimbra/gpmurl/apps", url);
 
     ASSERT_EQ(Ctl({"power", "off"}).exit_code, 0);
     ClearCloudRequests();
