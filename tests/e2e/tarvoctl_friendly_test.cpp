@@ -137,6 +137,28 @@ TEST_F(TarvoctlUpdate, TellsWhereTheAnswerCameFromAndWhyAFetchFailed) {
     EXPECT_NE(fetched.out.find(DataDisclaimer("US", "tnc")["texts"]["en"]["title"].asString()), kNone);
 }
 
+TEST_F(TarvoctlUpdate, NamesEachNewVersionWithWhetherItIsRevisedAndWhy) {
+    BringNetworkUp();
+    Notification("new_disclaimer_agree_changed");  // the first sync filled the store
+    Agree({"tnc", "pp", "voice_new"});
+    Publish(R"({"country": "US", "id": "voice_new", "version": "7.0"})");
+    Publish(R"({"country": "US", "id": "tnc", "version": "7.0"})");
+    Publish(R"({"country": "US", "id": "billing", "version": "7.0"})");
+    const auto update = Ctl({"--json", "update", "--wakeup", "--timeout", "20"});
+    EXPECT_EQ(update.exit_code, 0) << update.err;
+    std::map<std::string, Json::Value> versions;
+    const Json::Value document = ParseLine(update.out);
+    for (const auto& v : document["new_versions"]) versions[v["id"].asString()] = v;
+    ASSERT_EQ(versions.size(), 3u) << update.out;
+    EXPECT_EQ(versions["voice_new"]["revised"], true);
+    EXPECT_EQ(versions["tnc"]["revised"], false);
+    EXPECT_NE(versions["tnc"]["why"].asString().find("never marked revised"), kNone);
+    EXPECT_EQ(versions["billing"]["revised"], false);
+    EXPECT_NE(versions["billing"]["why"].asString().find("not agreed"), kNone);
+    // What the service itself marked, read apart from tarvoctl's judgement.
+    EXPECT_EQ(Method("get revised disclaimers")["disclaimers"].size(), 1u);
+}
+
 TEST_F(TarvoctlUpdate, ANetworkDownAndAClosedStoreAreSaidSoAndAClosedStoreAsksNothingUntilARestart) {
     const auto down = Ctl({"status"});
     EXPECT_NE(down.out.find("network             down (tarvoctl network up brings it back)"), kNone)
