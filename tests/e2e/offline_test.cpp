@@ -1,5 +1,6 @@
 // A television whose network goes down while the service runs: no request reaches the cloud until
-// the network is back, as `tarvoctl network down|up` switches it.
+// the network is back, as `tarvoctl network down|up` switches it. And what the host's terminal
+// shows of the platform log.
 #include <cstdlib>
 
 #include "sync_fixture.h"
@@ -56,6 +57,23 @@ TEST_F(Offline, NoAnswerOrFetchReachesTheCloudWhileTheNetworkIsDownAndTheNextOne
     EXPECT_EQ(Reported()["tnc"], "Y");
     EXPECT_EQ(RequestUpdate("tarvoctl")["result"], "success");
     EXPECT_GT(CloudRequests("GET").size(), 0u);
+}
+
+// By default the terminal shows warnings, errors and one line per transfer, without colour codes
+// when it is no terminal; the file keeps every line.
+TEST_F(Offline, TheHostsStderrShowsWarningsAndTransfersWithoutColoursAndTheFileEverything) {
+    Network({"down"});
+    Agree({"tnc"}, true);
+    ASSERT_TRUE(WaitUntil(
+        [&] { return m_host->Stderr().find("Agreement Server Connection Fail!") != std::string::npos; }));
+    const std::string shown = m_host->Stderr();
+    EXPECT_EQ(shown.find('\033'), std::string::npos);
+    EXPECT_EQ(shown.find(" I/TarvoDataControl("), std::string::npos);
+    EXPECT_EQ(shown.find(" D/"), std::string::npos);
+    EXPECT_NE(shown.find(" I/TarvoHttp("), std::string::npos) << "the start's fetches and upload";
+    EXPECT_NE(shown.find("Network is unreachable"), std::string::npos) << shown;
+    EXPECT_GT(LogCount(" I/TarvoDataControl("), 0u);
+    EXPECT_EQ(LogCount("\033["), 0u);
 }
 
 }  // namespace
