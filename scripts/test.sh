@@ -14,7 +14,7 @@
 #   ASan+UBSan tests             unit and integration tests                            ~1 min
 #   ThreadSanitizer              build and the concurrency stress tests                ~1 min
 #   fuzz targets                 each for TARVO_FUZZ_SECONDS (default 20)              ~3 min
-# In all about 10 minutes on 2 cores. TARVO_JOBS sets the build and test jobs (default nproc).
+# Duration: about 10 minutes in all on 2 cores. TARVO_JOBS sets the build and test jobs (default nproc).
 set -euo pipefail
 
 usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
