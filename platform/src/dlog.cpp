@@ -147,7 +147,8 @@ class LogFile {
             m_path = platform_path("/var/log/tarvo.log");
             if (!Open() || fstat(m_fd, &st) != 0) return;
         }
-        if (st.st_size > 0 && st.st_size + static_cast<off_t>(text.size()) > m_limits.maxBytes) {
+        if (S_ISREG(st.st_mode) && st.st_size > 0 &&
+            st.st_size + static_cast<off_t>(text.size()) > m_limits.maxBytes) {
             Rotate(st);
             if (m_fd < 0) return;
         }
@@ -166,7 +167,9 @@ class LogFile {
         // the umask and whatever mode an older file had.
         m_fd = detail::OpenForAppend(m_path, 0600, 0755);
         if (m_fd < 0) return false;
-        fchmod(m_fd, 0600);
+        // Only a file of our own: the path may lead to a device (a link to /dev/null, say).
+        struct stat st {};
+        if (fstat(m_fd, &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 07777) != 0600) fchmod(m_fd, 0600);
         m_crashFd.store(m_fd, std::memory_order_release);
         return true;
     }
