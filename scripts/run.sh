@@ -1,18 +1,28 @@
 #!/usr/bin/env bash
-# Runs the service on an emulated television beside the development cloud:
-# builds what it needs, prepares the root, starts tarvo-cloud and tarvo-screen in the
-# background and tarvo-service-host in the foreground with its log on the terminal.
-# Ctrl-C stops all three.
-# Usage: scripts/run.sh [--fresh]   (--fresh: start from an empty root, as a new television)
+# Runs the service on an emulated television beside the development cloud.
+#
+#   scripts/run.sh [--fresh]
+#     --fresh   start from an empty root, as a new television
+#
+# Stages: the packages building and running need (scripts/deps.sh run; nothing is asked of
+# apt-get when they are present); a build of the host, the module and the tools into build/run;
+# the root prepared; tarvo-cloud and tarvo-screen started in the background and
+# tarvo-service-host in the foreground. Ctrl-C stops all three.
+# Duration on 2 cores: the first build some 5 minutes, later starts a few seconds.
+# The terminal shows warnings, errors and one line per transfer; TARVO_LOG_LEVEL=info (or debug)
+# shows more. ROOT/var/log/tarvo.log gets every line (1 MiB a file, 4 files: TARVO_LOG_MAX_BYTES,
+# TARVO_LOG_FILES); tarvoctl log reads it.
 # TARVO_RUN_SKIP_BUILD=1 uses the binaries already built in TARVO_RUN_BUILD_DIR (default build/run).
 set -euo pipefail
+
+usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
 
 fresh=0
 for arg in "$@"; do
   case "$arg" in
     --fresh) fresh=1 ;;
     -h | --help)
-      sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//'
+      usage
       exit 0
       ;;
     *)
@@ -27,7 +37,11 @@ cd "$top"
 
 build=${TARVO_RUN_BUILD_DIR:-build/run}
 if [ "${TARVO_RUN_SKIP_BUILD:-0}" != 1 ]; then
-  bash scripts/deps.sh
+  if ! bash scripts/deps.sh run; then
+    echo "run.sh: the packages above are needed to build and run the service; install them, then" \
+      "run scripts/run.sh again" >&2
+    exit 1
+  fi
   cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARVO_TESTS=OFF -DTARVO_BENCH=OFF >/dev/null
   ninja -C "$build" tarvo-service-host tarvoctl tarvo-cloud tarvodatacontrol tarvo-screen tarvo-logctl
 fi
@@ -122,6 +136,7 @@ if [ "$screen_port" = 0 ]; then
 else
   echo "the television's screens: http://127.0.0.1:$screen_port/ (tarvo-screen; log: $root/run/screen.log)"
 fi
-# The terminal shows info and above; the log file keeps every line (tarvoctl log --level debug).
-TARVO_LOG_LEVEL=${TARVO_LOG_LEVEL:-info} TARVO_LOG_STDERR=${TARVO_LOG_STDERR:-1} "$build/host/tarvo-service-host" \
+# The terminal shows warnings, errors and each transfer's outcome (TARVO_LOG_LEVEL shows more); the
+# log file keeps every line (tarvoctl log --level debug).
+TARVO_LOG_STDERR=${TARVO_LOG_STDERR:-1} "$build/host/tarvo-service-host" \
   --module "$build/src/libtarvodatacontrol.so" --root "$root"

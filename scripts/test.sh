@@ -1,8 +1,30 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: a gcc build with all tests (unit, integration,
-# end-to-end), then a clang ASan+UBSan build with the unit and integration tests and
-# each fuzz target for a bounded time. A sanitizer report fails the run.
+# Builds everything and runs every test; this is what CI runs. A test failure or a sanitizer
+# report ends it non-zero.
+#
+#   scripts/test.sh
+#
+# Stages, each printed with its time (rough durations on 2 cores, compiler cache warm; a cold
+# cache adds some minutes to each build):
+#   dependencies                 every package the tests need (scripts/deps.sh test)   ~1 s
+#   gcc build                    everything, with the tests and benchmarks             ~1 min
+#   gcc: all tests               unit, integration, end-to-end and browser tests       ~3 min
+#   benchmarks                   each once with a tiny iteration count                 ~30 s
+#   clang ASan+UBSan build       with the fuzz targets                                 ~1 min
+#   ASan+UBSan tests             unit and integration tests                            ~1 min
+#   ThreadSanitizer              build and the concurrency stress tests                ~1 min
+#   fuzz targets                 each for TARVO_FUZZ_SECONDS (default 20)              ~3 min
+# Duration: about 10 minutes in all on 2 cores. TARVO_JOBS sets the build and test jobs (default nproc).
 set -euo pipefail
+
+usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
+
+for arg in "$@"; do
+  case "$arg" in
+    -h | --help) usage; exit 0 ;;
+    *) echo "test.sh: unknown argument '$arg' (it takes none)" >&2; usage >&2; exit 2 ;;
+  esac
+done
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
@@ -14,7 +36,7 @@ stage() { stage_start=$(date +%s); echo; echo "== $1"; }
 stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
 
 stage "dependencies"
-bash scripts/deps.sh
+bash scripts/deps.sh test
 stage_done
 
 stage "gcc build"

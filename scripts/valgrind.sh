@@ -1,10 +1,25 @@
 #!/usr/bin/env bash
 # Runs tarvo-service-host under valgrind's memcheck against tarvo-cloud on loopback, on a fresh
-# emulated television: the start, one sync, one upload of an answer and a stop. Fails on a
-# definite leak or a memory error; the leaks that the service's definition requires are
-# suppressed in tests/valgrind.supp. Not part of CI: memcheck makes the service some 30 times slower.
-# Usage: scripts/valgrind.sh   (TARVO_JOBS: build jobs, default nproc)
+# emulated television. Fails on a definite leak or a memory error; the leaks that the service's
+# definition requires are suppressed in tests/valgrind.supp. Not part of CI: memcheck makes the
+# service some 30 times slower.
+#
+#   scripts/valgrind.sh   (no arguments; TARVO_JOBS: build jobs, default nproc)
+#
+# Stages: a build of the host, the module and the tools into build/valgrind; the cloud started;
+# the host started under memcheck, offline; the network brought up (the start's sync), an
+# update, an answer and its upload to the cloud; a stop, and memcheck's summary.
+# Duration on 2 cores: the first build some 5 minutes, the run under memcheck 1 to 2 minutes.
 set -euo pipefail
+
+usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
+
+for arg in "$@"; do
+  case "$arg" in
+    -h | --help) usage; exit 0 ;;
+    *) echo "valgrind.sh: unknown argument '$arg' (it takes none)" >&2; usage >&2; exit 2 ;;
+  esac
+done
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"

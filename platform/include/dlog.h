@@ -1,5 +1,6 @@
-// Platform log: one line per call appended to ROOT/var/log/tarvo.log, mirrored to
-// stderr when TARVO_LOG_STDERR=1. Safe to call from any thread.
+// Platform log: one line per call appended to ROOT/var/log/tarvo.log (0600, colour codes
+// stripped, turned over into tarvo.log.1.. at TARVO_LOG_MAX_BYTES, TARVO_LOG_FILES files in all),
+// mirrored to stderr from TARVO_LOG_LEVEL up when TARVO_LOG_STDERR=1. Safe from any thread.
 #pragma once
 
 #ifdef __cplusplus

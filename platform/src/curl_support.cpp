@@ -85,6 +85,33 @@ CurlResult ApplyTlsVerification(CURL* handle) {
     return result;
 }
 
+bool NetworkDown() {
+    const auto up = detail::ProfileMember("network", "up");
+    return up && up->isBool() && !up->asBool();
+}
+
+CurlResult NoRouteTo(const std::string& url) {
+    // The host and port as libcurl names them in its own message.
+    std::string host = "the server";
+    std::string port;
+    if (CURLU* parsed = curl_url()) {
+        if (curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK) {
+            char* part = nullptr;
+            if (curl_url_get(parsed, CURLUPART_HOST, &part, 0) == CURLUE_OK) host = part;
+            curl_free(part);
+            part = nullptr;
+            if (curl_url_get(parsed, CURLUPART_PORT, &part, CURLU_DEFAULT_PORT) == CURLUE_OK) port = part;
+            curl_free(part);
+        }
+        curl_url_cleanup(parsed);
+    }
+    CurlResult result;
+    result.code = CURLE_COULDNT_CONNECT;
+    result.detail = "Failed to connect to " + host + (port.empty() ? "" : " port " + port) +
+                    " after 0 ms: Network is unreachable (the network is down)";
+    return result;
+}
+
 std::string DescribeCurlError(CURLcode code, const std::string& detail) {
     std::string text = curl_easy_strerror(code);
     if (!detail.empty()) text += ": " + detail;

@@ -31,6 +31,17 @@ struct CurlResult {
 // without one. An unreadable ca_file gives CURLE_SSL_CACERT_BADFILE.
 CurlResult ApplyTlsVerification(CURL* handle);
 
+// True while the device profile says the network is down ("network": {"up": false}).
+bool NetworkDown();
+
+// The failure libcurl gives for `url` on a set without a route to any server: connection
+// refused at once with CURLE_COULDNT_CONNECT, no byte sent.
+CurlResult NoRouteTo(const std::string& url);
+
+// The tag of the one line each transfer's outcome gets at info level; the terminal shows these
+// beside the warnings.
+#define TARVO_HTTP_TAG "TarvoHttp"
+
 // libcurl's text for `code`, followed by `detail` when there is one.
 std::string DescribeCurlError(CURLcode code, const std::string& detail);
 

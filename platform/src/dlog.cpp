@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,7 @@
 #include <signal.h>
 #include <string_view>
 #include <vector>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,26 +102,55 @@ size_t TimeStamp(char* out) {
     return cached_length + 4;
 }
 
+// How large the log grows: each file up to TARVO_LOG_MAX_BYTES (default 1 MiB), and
+// TARVO_LOG_FILES files in all (default 4: tarvo.log and tarvo.log.1 to .3, the oldest last),
+// as the television's log ring keeps it. Read when the file is opened.
+struct LogLimits {
+    off_t maxBytes = 1024 * 1024;
+    int files = 4;
+};
+
+long PositiveFromEnv(const char* name, long fallback, long most) {
+    const char* text = getenv(name);
+    if (text == nullptr || *text == '\0') return fallback;
+    char* end = nullptr;
+    errno = 0;
+    const long value = strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || value <= 0) return fallback;
+    return std::min(value, most);
+}
+
+LogLimits LimitsFromEnv() {
+    LogLimits limits;
+    limits.maxBytes = static_cast<off_t>(PositiveFromEnv("TARVO_LOG_MAX_BYTES", limits.maxBytes, 1L << 40));
+    limits.files = static_cast<int>(PositiveFromEnv("TARVO_LOG_FILES", limits.files, 100));
+    return limits;
+}
+
 // The log file, kept open between lines: each line (or batch of lines) is one write(2) to it, so
 // that lines of several threads or processes never mix and a line is in the kernel's hands, safe
-// from a crash of the process, as soon as it is written.
+// from a crash of the process, as soon as it is written. Before a write that would take the file
+// past its size, the files move one place down the ring and a new file begins.
 class LogFile {
   public:
     void Append(std::string_view text) {
         const char* root = getenv("TARVO_ROOT");
         std::lock_guard<std::mutex> lock(m_mutex);
         // Another root, or the file was removed: the next line goes to a file at the path again.
-        if (m_fd >= 0 && (m_root != (root != nullptr ? root : "") || Removed())) {
-            close(m_fd);
-            m_fd = -1;
-            m_crashFd.store(-1, std::memory_order_release);
+        struct stat st {};
+        if (m_fd >= 0 &&
+            (m_root != (root != nullptr ? root : "") || fstat(m_fd, &st) != 0 || st.st_nlink == 0)) {
+            Close();
         }
         if (m_fd < 0) {
             m_root = root != nullptr ? root : "";
-            // Readable by everyone, also from a process whose umask keeps its own files private.
-            m_fd = detail::OpenForAppend(platform_path("/var/log/tarvo.log"), 0644, 0755);
+            m_path = platform_path("/var/log/tarvo.log");
+            if (!Open() || fstat(m_fd, &st) != 0) return;
+        }
+        if (S_ISREG(st.st_mode) && st.st_size > 0 &&
+            st.st_size + static_cast<off_t>(text.size()) > m_limits.maxBytes) {
+            Rotate(st);
             if (m_fd < 0) return;
-            m_crashFd.store(m_fd, std::memory_order_release);
         }
         ssize_t ignored = write(m_fd, text.data(), text.size());
         (void)ignored;
@@ -130,15 +161,61 @@ class LogFile {
     int CrashFd() const { return m_crashFd.load(std::memory_order_acquire); }
 
   private:
-    bool Removed() const {
-        struct stat st;
-        return fstat(m_fd, &st) != 0 || st.st_nlink == 0;
+    bool Open() {
+        m_limits = LimitsFromEnv();
+        // It holds the device id, signing input and server answers: the owner's only, whatever
+        // the umask and whatever mode an older file had.
+        m_fd = detail::OpenForAppend(m_path, 0600, 0755);
+        if (m_fd < 0) return false;
+        // Only a file of our own: the path may lead to a device (a link to /dev/null, say).
+        struct stat st {};
+        if (fstat(m_fd, &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 07777) != 0600) fchmod(m_fd, 0600);
+        m_crashFd.store(m_fd, std::memory_order_release);
+        return true;
     }
 
-    std::mutex m_mutex;  // guards m_fd and m_root
+    void Close() {
+        m_crashFd.store(-1, std::memory_order_release);
+        close(m_fd);
+        m_fd = -1;
+    }
+
+    std::string RingName(int index) const { return m_path + "." + std::to_string(index); }
+
+    // True when the path names the file `mine` is.
+    bool PathIs(const struct stat& mine) const {
+        struct stat live {};
+        return stat(m_path.c_str(), &live) == 0 && live.st_ino == mine.st_ino && live.st_dev == mine.st_dev;
+    }
+
+    // Called with the full file's status. Another process may have turned the ring already, and
+    // this descriptor then names a file further down it: the line goes to the new file instead.
+    // The lock on the file makes two processes that fill it at once turn the ring only once.
+    void Rotate(const struct stat& full) {
+        if (PathIs(full)) {
+            flock(m_fd, LOCK_EX);
+            if (PathIs(full)) {
+                for (int index = m_limits.files - 2; index >= 1; --index) {
+                    rename(RingName(index).c_str(), RingName(index + 1).c_str());
+                }
+                if (m_limits.files > 1) {
+                    rename(m_path.c_str(), RingName(1).c_str());
+                } else {
+                    unlink(m_path.c_str());
+                }
+            }
+            flock(m_fd, LOCK_UN);
+        }
+        Close();
+        Open();
+    }
+
+    std::mutex m_mutex;  // guards m_fd, m_root, m_path and m_limits
     int m_fd = -1;
     std::atomic<int> m_crashFd{-1};
     std::string m_root;  // the TARVO_ROOT m_fd was opened under
+    std::string m_path;
+    LogLimits m_limits;
 };
 
 // Made on first use and never destroyed: a line may be logged while the process exits.
@@ -274,15 +351,56 @@ pid_t LinePid() {
     return known;
 }
 
-// The lowest priority mirrored to stderr: TARVO_LOG_LEVEL debug, info, warn or error. Unset, the
-// mirror shows warnings and errors, so that a terminal is not flooded; the file gets every line.
-int MirrorLevel() {
-    const char* level = getenv("TARVO_LOG_LEVEL");
-    if (level == nullptr || *level == '\0') return DLOG_WARN;
-    if (strcmp(level, "debug") == 0) return DLOG_VERBOSE;
-    if (strcmp(level, "info") == 0) return DLOG_INFO;
-    if (strcmp(level, "error") == 0) return DLOG_ERROR;
-    return DLOG_WARN;
+// Info lines under these tags tell the outcome of one piece of work (a transfer, a client call):
+// few enough to show on a terminal beside the warnings.
+bool IsOutcomeTag(const char* tag) {
+    return tag != nullptr && (strcmp(tag, "TarvoHttp") == 0 || strcmp(tag, "TarvoCall") == 0);
+}
+
+// What the stderr mirror shows, from TARVO_LOG_LEVEL: debug, info, warn or error, each with every
+// level above it. Unset (or warn), warnings and errors and the outcome lines, so that a terminal
+// is not flooded; the file gets every line.
+struct MirrorFilter {
+    int lowest = DLOG_WARN;
+    bool outcomes = true;
+
+    static MirrorFilter FromEnv() {
+        MirrorFilter filter;
+        const char* level = getenv("TARVO_LOG_LEVEL");
+        if (level == nullptr) return filter;
+        if (strcmp(level, "debug") == 0) filter.lowest = DLOG_VERBOSE;
+        if (strcmp(level, "info") == 0) filter.lowest = DLOG_INFO;
+        if (strcmp(level, "error") == 0) {
+            filter.lowest = DLOG_ERROR;
+            filter.outcomes = false;
+        }
+        return filter;
+    }
+
+    bool Shows(int prio, const char* tag) const {
+        return prio >= lowest || (outcomes && prio == DLOG_INFO && IsOutcomeTag(tag));
+    }
+};
+
+// `line` without the colour sequences (ESC '[' digits and ';' 'm') the service's lines carry:
+// they belong on a terminal only. Any other escape stays as written.
+std::string_view WithoutColours(std::string_view line, std::string& out) {
+    size_t escape = line.find('\033');
+    if (escape == std::string_view::npos) return line;
+    out.clear();
+    size_t copied = 0;
+    for (; escape != std::string_view::npos; escape = line.find('\033', escape + 1)) {
+        if (escape + 1 >= line.size() || line[escape + 1] != '[') continue;
+        size_t end = escape + 2;
+        while (end < line.size() && (isdigit(static_cast<unsigned char>(line[end])) != 0 || line[end] == ';'))
+            ++end;
+        if (end >= line.size() || line[end] != 'm') continue;
+        out.append(line.data() + copied, escape - copied);
+        copied = end + 1;
+        escape = end;
+    }
+    out.append(line.data() + copied, line.size() - copied);
+    return out;
 }
 
 }  // namespace
@@ -402,15 +520,19 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     text[length++] = '\n';
     const std::string_view line(text, length);
 
-    tarvo::platform::AppendLine(line);
+    thread_local std::string plain;
+    const std::string_view plain_line = tarvo::platform::WithoutColours(line, plain);
+    tarvo::platform::AppendLine(plain_line);
     // Read once: the environment a process starts with says whether its lines go to a terminal.
     static const bool mirror = [] {
         const char* value = getenv("TARVO_LOG_STDERR");
         return value != nullptr && strcmp(value, "1") == 0;
     }();
-    static const int mirror_level = tarvo::platform::MirrorLevel();
-    if (mirror && prio >= mirror_level) {
-        ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
+    static const bool mirror_colours = isatty(STDERR_FILENO) == 1;
+    static const tarvo::platform::MirrorFilter mirror_filter = tarvo::platform::MirrorFilter::FromEnv();
+    if (mirror && mirror_filter.Shows(prio, tag)) {
+        const std::string_view shown = mirror_colours ? line : plain_line;
+        ssize_t ignored = write(STDERR_FILENO, shown.data(), shown.size());
         (void)ignored;
     }
     tarvo::platform::Deliver(message);
@@ -418,6 +540,7 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     if (buffer.size() > kKeptBytes) {
         buffer.resize(4096);
         buffer.shrink_to_fit();
+        plain = std::string();
     }
     return written;
 }

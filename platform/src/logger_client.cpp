@@ -20,7 +20,14 @@ constexpr long kTransferTimeoutMs = 10000;
 size_t DiscardBody(char*, size_t size, size_t count, void*) { return size * count; }
 
 // POSTs `body` as JSON to `url`; true on a 2xx answer.
-bool PostJson(const std::string& url, const std::string& body) {
+bool PostJson(const std::string& url, const std::string& body, size_t events) {
+    // A television whose network is down has no route to the log server.
+    if (tarvo::platform::NetworkDown()) {
+        const auto refused = tarvo::platform::NoRouteTo(url);
+        TARVO_PLATFORM_LOG(DLOG_WARN, "log post to %s failed: %s", url.c_str(),
+                           tarvo::platform::DescribeCurlError(refused.code, refused.detail).c_str());
+        return false;
+    }
     tarvo::platform::EnsureCurlReady();
     CURL* handle = curl_easy_init();
     if (handle == nullptr) {
@@ -70,6 +77,8 @@ bool PostJson(const std::string& url, const std::string& body) {
         TARVO_PLATFORM_LOG(DLOG_WARN, "log post to %s answered HTTP %ld", url.c_str(), status);
         return false;
     }
+    __dlog_print(LOG_ID_MAIN, DLOG_INFO, TARVO_HTTP_TAG, "POST %s -> HTTP %ld, %zu usage events", url.c_str(),
+                 status, events);
     return true;
 }
 
@@ -190,7 +199,7 @@ class UsageLogClient : public ILogger {
         m_queue.clear();
         Json::StreamWriterBuilder writer;
         writer["indentation"] = "";
-        const bool sent = PostJson(m_service.url, Json::writeString(writer, document));
+        const bool sent = PostJson(m_service.url, Json::writeString(writer, document), count);
         if (!sent)
             TARVO_PLATFORM_LOG(DLOG_WARN, "log client: %zu events of %s dropped", count,
                                m_service.name.c_str());

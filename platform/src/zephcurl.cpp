@@ -89,6 +89,9 @@ struct ZephCurlEasy::State {
     curl_off_t maxBody = 0;
     bool tooLarge = false;
 
+    std::string url;      // for the outcome line and a refusal without a network
+    bool upload = false;  // PUT or UPLOAD set
+
     char errorBuffer[CURL_ERROR_SIZE] = {};
     CURLcode errorCode = CURLE_OK;
     std::string errorDetail;
@@ -111,6 +114,8 @@ struct ZephCurlEasy::State {
         refused = false;
         received = 0;
         tooLarge = false;
+        url.clear();
+        upload = false;
         errorBuffer[0] = '\0';
     }
 
@@ -233,6 +238,7 @@ bool ZephCurlEasy::setOption(ZEPHCURL_OPTION_TYPE option, long value) {
     if (!m_state->Ready()) return false;
     switch (entry->kind) {
         case OptionKind::Flag:
+            if (entry->curl == CURLOPT_UPLOAD) m_state->upload = value != 0;
             return m_state->Record(curl_easy_setopt(m_state->handle, entry->curl, value));
         case OptionKind::FileSize:
             return m_state->Record(
@@ -254,6 +260,7 @@ bool ZephCurlEasy::setOption(ZEPHCURL_OPTION_TYPE option, const std::string& val
         return m_state->Record(CURLE_BAD_FUNCTION_ARGUMENT,
                                "option " + std::to_string(option) + " takes no text");
     }
+    if (entry->curl == CURLOPT_URL) m_state->url = value;
     return m_state->Record(curl_easy_setopt(m_state->handle, entry->curl, value.c_str()));
 }
 
@@ -384,6 +391,17 @@ bool ZephCurlEasy::send() {
     state.received = 0;
     state.tooLarge = false;
     state.errorBuffer[0] = '\0';
+    const char* method = state.upload ? "PUT" : "GET";
+    // The outcome lines leave out the query, which carries device values.
+    const std::string where = state.url.substr(0, state.url.find('?'));
+
+    // A television whose network is down has no route to any server.
+    if (tarvo::platform::NetworkDown()) {
+        const auto refused = tarvo::platform::NoRouteTo(state.url);
+        TARVO_PLATFORM_LOG(DLOG_WARN, "transfer failed: %s %s: %s", method, where.c_str(),
+                           tarvo::platform::DescribeCurlError(refused.code, refused.detail).c_str());
+        return state.Record(refused.code, refused.detail);
+    }
 
     // A told length over the limit is refused before any byte of the body is taken.
     CURLcode code = curl_easy_setopt(state.handle, CURLOPT_MAXFILESIZE_LARGE, state.maxBody);
@@ -402,7 +420,16 @@ bool ZephCurlEasy::send() {
         detail = "the data function took less than it was given";
     }
     if (code != CURLE_OK) {
-        TARVO_PLATFORM_LOG(DLOG_WARN, "transfer failed: %s (%s)", curl_easy_strerror(code), detail.c_str());
+        TARVO_PLATFORM_LOG(DLOG_WARN, "transfer failed: %s %s: %s", method, where.c_str(),
+                           tarvo::platform::DescribeCurlError(code, detail).c_str());
+    } else {
+        long status = 0;
+        curl_off_t micros = 0;
+        curl_easy_getinfo(state.handle, CURLINFO_RESPONSE_CODE, &status);
+        curl_easy_getinfo(state.handle, CURLINFO_TOTAL_TIME_T, &micros);
+        __dlog_print(LOG_ID_MAIN, DLOG_INFO, TARVO_HTTP_TAG, "%s %s -> HTTP %ld, %lld bytes in %lld ms",
+                     method, where.c_str(), status, static_cast<long long>(state.received),
+                     static_cast<long long>(micros / 1000));
     }
     return state.Record(code, detail);
 }

@@ -244,7 +244,7 @@ TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndRepla
     EXPECT_NE(second.err.find("already serving"), kNone) << second.err;
 }
 
-TEST_F(HostStartUp, TheRealServicesStoreAndRunArePrivateWhileKeysAndTheLogStayReadable) {
+TEST_F(HostStartUp, TheRealServicesStoreRunAndLogArePrivateWhileKeysStayReadable) {
     m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
     // A log that this process made would carry this process's umask, not the host's.
     std::filesystem::remove(m_root.At("/var/log/tarvo.log"));
@@ -258,7 +258,7 @@ TEST_F(HostStartUp, TheRealServicesStoreAndRunArePrivateWhileKeysAndTheLogStayRe
     EXPECT_EQ(Mode(m_root.At("/run")), 0700u);
     EXPECT_EQ(Mode(key), 0644u);
     EXPECT_EQ(Mode(m_root.At("/var/vconf/db/tarvodatacontrol")), 0755u);
-    EXPECT_EQ(Mode(m_root.At("/var/log/tarvo.log")), 0644u);
+    EXPECT_EQ(Mode(m_root.At("/var/log/tarvo.log")), 0600u);
 }
 
 class HostWithLineTimeout : public Host {

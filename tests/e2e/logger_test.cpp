@@ -15,8 +15,11 @@ namespace {
 
 class LoggerToCloud : public Sync {
   protected:
-    // The cloud and the device values only: the loggers need no running service.
-    void SetUp() override { PrepareTelevision(); }
+    // The cloud and the device values only, online: the loggers need no running service.
+    void SetUp() override {
+        PrepareTelevision();
+        m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = true; });
+    }
 
     RunResult LogCtl(std::vector<std::string> args) {
         args.insert(args.begin(), {TARVO_LOGCTL_BIN, "--root", m_root.Path()});

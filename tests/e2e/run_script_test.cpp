@@ -167,6 +167,32 @@ TEST_F(RunScriptTest, TourWalksTheRoadAndTheScriptLeavesNothingBehind) {
     EXPECT_TRUE(script->Stop(SIGINT));
 }
 
+// --help tells the usage, the stages and how long they take, and starts nothing (test.sh once
+// started the whole suite); an unknown argument is a usage error.
+TEST(Scripts, EachAnswersHelpWithItsStagesAndDurationAndStartsNothing) {
+    TempRoot root;
+    const std::string untouched = root.Path() + "/untouched";
+    const std::map<std::string, std::string> env = {
+        {"TARVO_ROOT", untouched}, {"TARVO_FUZZ_BUILD", untouched}, {"TARVO_RUN_BUILD_DIR", untouched}};
+    int runs = 0;
+    const auto run = [&](const std::string& script, const std::string& argument) {
+        return RunProgram({"/bin/bash", std::string(TARVO_SOURCE_DIR) + "/scripts/" + script, argument}, env,
+                          root.Path() + "/run-" + std::to_string(++runs), std::chrono::seconds(10));
+    };
+    for (const char* script : {"run.sh", "test.sh", "deps.sh", "fuzz.sh", "valgrind.sh"}) {
+        SCOPED_TRACE(script);
+        for (const char* help : {"--help", "-h"}) {
+            const RunResult shown = run(script, help);
+            EXPECT_EQ(shown.exit_code, 0) << shown.err;
+            EXPECT_NE(shown.out.find("scripts/" + std::string(script)), std::string::npos) << shown.out;
+            EXPECT_NE(shown.out.find("Stages"), std::string::npos) << shown.out;
+            EXPECT_NE(shown.out.find("Duration"), std::string::npos) << shown.out;
+        }
+        EXPECT_EQ(run(script, "--no-such-option").exit_code, 2);
+    }
+    EXPECT_FALSE(fs::exists(untouched));
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace tarvo

@@ -1,5 +1,6 @@
 // The service in the host against tarvo-cloud on loopback: a television whose network is down at
-// start (so nothing fetches until a test says so) and whose profile points at the cloud's HTTPS
+// start and comes up unannounced once it has started (so nothing fetches until a test says so,
+// and what a test asks for goes through), and whose profile points at the cloud's HTTPS
 // agreement and log servers and CA, a subscribed connection collecting the notifications, a
 // second one for calls, and the cloud's admin endpoint.
 #pragma once
@@ -31,7 +32,8 @@ class Sync : public ::testing::Test {
 
     // Starts the cloud and sets the device values the service needs to reach it.
     void PrepareTelevision();
-    // Starts the host with short alarms and time-outs and waits for the service to be available.
+    // Starts the host with short alarms and time-outs and waits for the service to be available;
+    // then brings the link up without announcing it.
     void StartService();
 
     Json::Value Call(const Json::Value& request);

@@ -2,7 +2,12 @@
 // emulated television: exit codes, output forms and vconf.
 #include "seeded_service.h"
 
+#include <dlog.h>
+
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
 
 #include <memory>
 #include <string>
@@ -78,6 +83,42 @@ TEST_F(Tarvoctl, VconfValuesRoundTripWithTheirTypes) {
     EXPECT_EQ(Ctl({"vconf", "get", "db/test/never"}).exit_code, 1);
     EXPECT_EQ(Ctl({"vconf", "set", "db/test/bad", "x", "--type", "int"}).exit_code, 2);
     EXPECT_EQ(Ctl({"vconf", "set", "test/k", "5"}).exit_code, 2);
+}
+
+// The log turns over as a ring of files: `log` reads the rotated ones first, oldest first, and
+// `log --follow` goes on from a file that turned over to the new one, losing nothing.
+TEST_F(Tarvoctl, LogReadsTheRotatedFilesInOrderAndFollowsTheLogAsItTurnsOver) {
+    setenv("TARVO_LOG_MAX_BYTES", "1000", 1);
+    setenv("TARVO_LOG_FILES", "4", 1);
+    TempRoot root;  // opened anew, with these limits
+    std::vector<std::string> written;
+    const auto write_lines = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            written.push_back("line " + std::to_string(written.size()) + " " + std::string(60, 'x'));
+            __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Ring", "%s", written.back().c_str());
+        }
+    };
+    const auto shown = [](const std::string& out) {
+        std::vector<std::string> messages;
+        for (const std::string& line : Lines(out)) {
+            const Json::Value entry = ParseLine(line);
+            if (entry["tag"] == "Ring") messages.push_back(entry["message"].asString());
+        }
+        return messages;
+    };
+    write_lines(30);
+    ASSERT_TRUE(std::filesystem::exists(root.At("/var/log/tarvo.log.2")));
+    EXPECT_EQ(shown(Ctl({"--root", root.Path(), "--json", "log"}).out), written);
+
+    ChildProcess follow({TARVO_CTL_BIN, "--root", root.Path(), "--json", "log", "--follow"}, {},
+                        root.Path() + "/follow");
+    for (int round = 0; round < 5; ++round) {
+        ASSERT_TRUE(WaitUntil([&] { return shown(follow.Stdout()).size() == written.size(); }))
+            << follow.Stdout() << follow.Stderr();
+        write_lines(10);  // about one file's worth: the log turns over once
+    }
+    ASSERT_TRUE(WaitUntil([&] { return shown(follow.Stdout()).size() == written.size(); }));
+    EXPECT_EQ(shown(follow.Stdout()), written);
 }
 
 }  // namespace

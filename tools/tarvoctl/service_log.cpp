@@ -6,6 +6,7 @@
 
 #include <cctype>
 #include <fstream>
+#include <iterator>
 
 namespace tarvoctl {
 
@@ -22,9 +23,18 @@ bool IsTimeStamp(const std::string& line) {
     return true;
 }
 
-uint64_t FileSize(const std::string& path) {
+// More rotated files than the platform ever keeps.
+constexpr int kMostRotated = 100;
+
+struct FileState {
+    uint64_t inode = 0;  // 0: no such file
+    uint64_t size = 0;
+};
+
+FileState StateOf(const std::string& path) {
     struct stat info {};
-    return stat(path.c_str(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+    if (stat(path.c_str(), &info) != 0) return FileState{};
+    return FileState{static_cast<uint64_t>(info.st_ino), static_cast<uint64_t>(info.st_size)};
 }
 
 }  // namespace
@@ -82,13 +92,21 @@ std::optional<int> ParseLevel(const std::string& word) {
     return std::nullopt;
 }
 
-LogCursor::LogCursor(std::string path, bool from_start)
-    : m_path(std::move(path)), m_offset(from_start ? 0 : FileSize(m_path)) {}
-
-bool LogCursor::Exists() const {
-    struct stat info {};
-    return stat(m_path.c_str(), &info) == 0;
+LogCursor::LogCursor(std::string path, bool from_start) : m_path(std::move(path)) {
+    if (from_start) {
+        for (int index = 1; index <= kMostRotated && StateOf(m_Rotated(index)).inode != 0; ++index) {
+            m_backlog.insert(m_backlog.begin(), m_Rotated(index));
+        }
+        return;
+    }
+    const FileState live = StateOf(m_path);
+    m_inode = live.inode;
+    m_offset = live.size;
 }
+
+std::string LogCursor::m_Rotated(int index) const { return m_path + "." + std::to_string(index); }
+
+bool LogCursor::Exists() const { return StateOf(m_path).inode != 0 || StateOf(m_Rotated(1)).inode != 0; }
 
 std::vector<LogEntry> LogCursor::Read() { return m_Read(false); }
 
@@ -103,23 +121,42 @@ std::vector<LogEntry> LogCursor::ReadService() {
     return service;
 }
 
+uint64_t LogCursor::m_Take(const std::string& path, uint64_t offset) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return offset;
+    in.seekg(static_cast<std::streamoff>(offset));
+    std::string chunk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    m_partial += chunk;
+    return offset + chunk.size();
+}
+
 std::vector<LogEntry> LogCursor::m_Read(bool flush) {
     std::vector<LogEntry> entries;
-    const uint64_t size = FileSize(m_path);
-    // A log that was emptied or replaced is read again from its start.
-    if (size < m_offset) {
+    for (const std::string& rotated : m_backlog) m_Take(rotated, 0);
+    m_backlog.clear();
+    const FileState live = StateOf(m_path);
+    if (m_inode != 0 && live.inode != m_inode) {
+        // The file being read was rotated: the rest of it, then the files rotated after it, are
+        // read before the live one. A file no longer found was removed with what it held.
+        int found = 0;
+        for (int index = 1; index <= kMostRotated; ++index) {
+            const FileState rotated = StateOf(m_Rotated(index));
+            if (rotated.inode == 0) break;
+            if (rotated.inode == m_inode) {
+                found = index;
+                break;
+            }
+        }
+        if (found > 0) m_Take(m_Rotated(found), m_offset);
+        for (int index = found - 1; index >= 1; --index) m_Take(m_Rotated(index), 0);
+        m_offset = 0;
+    } else if (live.size < m_offset) {
+        // A log that was emptied is read again from its start.
         m_offset = 0;
         m_partial.clear();
     }
-    if (size > m_offset) {
-        std::ifstream in(m_path, std::ios::binary);
-        in.seekg(static_cast<std::streamoff>(m_offset));
-        std::string chunk(static_cast<size_t>(size - m_offset), '\0');
-        in.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-        chunk.resize(static_cast<size_t>(in.gcount()));
-        m_offset += chunk.size();
-        m_partial += chunk;
-    }
+    m_inode = live.inode;
+    if (live.inode != 0 && live.size > m_offset) m_offset = m_Take(m_path, m_offset);
     size_t start = 0;
     for (size_t end; (end = m_partial.find('\n', start)) != std::string::npos; start = end + 1) {
         const std::string line = m_partial.substr(start, end - start);

@@ -1,6 +1,7 @@
 // Reading the platform log ROOT/var/log/tarvo.log, which the host and every tool append to:
 // its lines as entries (time, level, tag, pid, the service's function and message), and a
-// cursor that hands out what was written since it was made. Main thread only.
+// cursor that hands out what was written since it was made, following the log across its
+// rotation (tarvo.log.1 the newest rotated file, .2 the one before). Main thread only.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +32,8 @@ std::optional<int> ParseLevel(const std::string& word);
 
 class LogCursor {
   public:
-    // Starts at the end of `path` as it is now (at its start when `from_start`).
+    // Starts at the end of `path` as it is now (when `from_start`, at the start of the oldest
+    // rotated file, so that the rotated files are read first, oldest first).
     explicit LogCursor(std::string path, bool from_start = false);
 
     // The entries completed since the last call. An entry is held back until the next line
@@ -41,13 +43,19 @@ class LogCursor {
     std::vector<LogEntry> ReadAll();
     // The service's entries since the last call, the last one included.
     std::vector<LogEntry> ReadService();
+    // The log or a rotated file of it exists.
     bool Exists() const;
     const std::string& Path() const { return m_path; }
 
   private:
     std::vector<LogEntry> m_Read(bool flush);
+    // Appends `path` from `offset` to its end to m_partial; the offset reached.
+    uint64_t m_Take(const std::string& path, uint64_t offset);
+    std::string m_Rotated(int index) const;
 
     std::string m_path;
+    std::vector<std::string> m_backlog;  // rotated files still to read whole, oldest first
+    uint64_t m_inode = 0;                // the file m_offset is in; 0 before it was seen
     uint64_t m_offset = 0;
     std::string m_partial;
     std::optional<LogEntry> m_open;

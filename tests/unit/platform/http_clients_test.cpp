@@ -3,6 +3,7 @@
 // the service's own connector and upload; here only what those cannot see.
 #include <ILogger.h>
 #include <ZephCurl/ZephCurlEasy.h>
+#include <tarvo/platform.h>
 #include <vconf.h>
 
 #include "loopback_http.h"
@@ -153,6 +154,43 @@ TEST_F(UsageLogClient, AFailedPostIsReportedAndItsBatchDropped) {
     ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "d"));
     EXPECT_FALSE(logger->FlushLog()) << "HTTP 500";
     EXPECT_TRUE(logger->FlushLog());
+}
+
+// A set without a network has no route to any server: both clients fail at once as libcurl does
+// then, and the first request after the network is back goes out.
+TEST_F(UsageLogClient, WhileTheNetworkIsDownNeitherClientReachesTheServerAndTheNextRequestDoes) {
+    ASSERT_TRUE(
+        logger->SetServiceConfInfo("TarvoGlobal", 30, 60, 0, 10, http.Url("/openapi/log/TarvoGlobal/US")));
+    ASSERT_TRUE(logger->AddEventConfInfo("P01", 30, 60, 0, 10));
+    ZephCurl::ZephCurlEasy client;
+    const auto send = [&] {
+        client.reset();
+        EXPECT_TRUE(client.Initialize());
+        EXPECT_TRUE(client.setOption(ZephCurl::URL, http.Url("/body?duid=D1")));
+        return client.send();
+    };
+
+    ASSERT_TRUE(tarvo::platform::SetNetworkDown());
+    ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "offline"));
+    EXPECT_FALSE(logger->FlushLog());
+    EXPECT_FALSE(send());
+    EXPECT_EQ(client.getErrorCode(), CURLE_COULDNT_CONNECT);
+    EXPECT_EQ(client.getLastError(), "Couldn't connect to server: Failed to connect to 127.0.0.1 port " +
+                                         std::to_string(http.Port()) +
+                                         " after 0 ms: Network is unreachable (the network is down)");
+    EXPECT_TRUE(http.Requests().empty());
+
+    ASSERT_TRUE(tarvo::platform::SetNetworkUp("ethernet"));
+    ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "online"));
+    EXPECT_TRUE(logger->FlushLog());
+    EXPECT_TRUE(send()) << client.getLastError();
+    const std::vector<httplib::Request> requests = http.Requests();
+    ASSERT_EQ(requests.size(), 2u);
+    Json::Value post;
+    ASSERT_TRUE(Json::Reader().parse(requests[0].body, post));
+    ASSERT_EQ(post["events"].size(), 1u) << "the offline batch was dropped";
+    EXPECT_EQ(post["events"][0]["desc"], "online");
+    EXPECT_EQ(requests[1].path, "/body");
 }
 
 }  // namespace

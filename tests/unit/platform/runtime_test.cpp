@@ -22,6 +22,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -32,12 +33,14 @@ using tarvo::platform::LogCapture;
 using tarvo::test::TempRoot;
 using tarvo::test::WaitUntil;
 
-TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPid) {
+// Colour codes are for a terminal: the file gets the line without them, a test's capture as written.
+TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPidWithoutColourCodes) {
     TempRoot root;
+    LogCapture capture;
     std::filesystem::remove_all(root.At("/var/log"));
     __dlog_print(LOG_ID_MAIN, DLOG_WARN, "TarvoDataControl", "%s: \033[31m [%s:%d]%s\033[0m\n", "a.cpp", "Fn",
                  12, " text");
-    __dlog_print(LOG_ID_MAIN, DLOG_DEBUG, "Other", "plain %d", 5);
+    __dlog_print(LOG_ID_MAIN, DLOG_DEBUG, "Other", "plain %d \033[1;33mbold\033[m \033]0;title", 5);
     __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "Other", "e");
 
     const std::string pid = std::to_string(getpid());
@@ -48,9 +51,56 @@ TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPid) {
         EXPECT_TRUE(std::regex_match(line.substr(0, 23), stamp)) << line;
         rest.push_back(line.substr(std::min<size_t>(23, line.size())));
     }
-    EXPECT_EQ(rest, (std::vector<std::string>{
-                        " W/TarvoDataControl(" + pid + "): a.cpp: \033[31m [Fn:12] text\033[0m",
-                        " D/Other(" + pid + "): plain 5", " E/Other(" + pid + "): e"}));
+    EXPECT_EQ(rest, (std::vector<std::string>{" W/TarvoDataControl(" + pid + "): a.cpp:  [Fn:12] text",
+                                              " D/Other(" + pid + "): plain 5 bold \033]0;title",
+                                              " E/Other(" + pid + "): e"}));
+    EXPECT_EQ(capture.Lines().at(0), "a.cpp: \033[31m [Fn:12] text\033[0m");
+}
+
+// The log holds the device id, the signing input and server answers: the owner's only, whatever
+// the umask and whatever mode an older file had. It turns over as a ring of files of a set size.
+TEST(PlatformLog, TheFileIsTheOwnersOnlyAndTurnsOverAsARingOfBoundedFiles) {
+    setenv("TARVO_LOG_MAX_BYTES", "1000", 1);
+    setenv("TARVO_LOG_FILES", "3", 1);
+    const mode_t umask_before = umask(0);
+    TempRoot root;
+    const std::string log = root.At("/var/log/tarvo.log");
+    const auto mode = [](const std::string& path) {
+        struct stat st {};
+        EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+        return st.st_mode & 07777;
+    };
+    tarvo::test::WriteFile(log, "");
+    chmod(log.c_str(), 0644);
+    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Ring", "first");
+    EXPECT_EQ(mode(log), 0600u);
+    std::filesystem::remove(log);
+    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Ring", "first again");
+    EXPECT_EQ(mode(log), 0600u);
+
+    std::vector<std::string> written;
+    for (int i = 0; i < 80; ++i) {
+        written.push_back("line " + std::to_string(i) + " " + std::string(50, 'x'));
+        __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Ring", "%s", written.back().c_str());
+    }
+    umask(umask_before);
+    EXPECT_FALSE(std::filesystem::exists(log + ".3"));
+    std::vector<std::string> kept;
+    for (const std::string& path : {log + ".2", log + ".1", log}) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(mode(path), 0600u);
+        const std::string text = tarvo::test::ReadFile(path);
+        EXPECT_LE(text.size(), 1000u);
+        if (path != log) {
+            EXPECT_GT(text.size(), 850u) << "a file turns over only when the next line does not fit";
+        }
+        for (const std::string& line : tarvo::test::Lines(text))
+            kept.push_back(line.substr(line.find("): ") + 3));
+    }
+    ASSERT_GT(kept.size(), 20u);
+    ASSERT_LE(kept.size(), written.size());
+    // The newest lines, in order, none lost between the files.
+    EXPECT_EQ(kept, std::vector<std::string>(written.end() - static_cast<long>(kept.size()), written.end()));
 }
 
 // A client call's lines are held and written together when it ends: in order however many there

@@ -1,0 +1,81 @@
+// A television whose network goes down while the service runs: no request reaches the cloud until
+// the network is back, as `tarvoctl network down|up` switches it. And what the host's terminal
+// shows of the platform log.
+#include <cstdlib>
+
+#include "sync_fixture.h"
+
+namespace tarvo {
+namespace test {
+namespace {
+
+class Offline : public Sync {
+  protected:
+    // The service runs connected, its first sync and upload done, its log mirrored to stderr at
+    // the default level.
+    void SetUp() override {
+        PrepareTelevision();
+        m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = true; });
+        setenv("TARVO_LOG_STDERR", "1", 1);
+        unsetenv("TARVO_LOG_LEVEL");
+        StartService();
+        EXPECT_EQ(Notification("new_disclaimer_agree_changed")["name"], "new_disclaimer_agree_changed");
+        ASSERT_TRUE(WaitUntil([&] { return Reported()["tnc"] == "N"; }, std::chrono::seconds(20)))
+            << ToLine(CloudAgreements());
+    }
+
+    void Network(const std::vector<std::string>& words) {
+        std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", m_root.Path(), "network"};
+        argv.insert(argv.end(), words.begin(), words.end());
+        const RunResult run = RunProgram(argv, {}, m_root.Path() + "/ctl-" + std::to_string(++m_runs));
+        ASSERT_EQ(run.exit_code, 0) << run.out << run.err;
+    }
+
+    int m_runs = 0;
+};
+
+TEST_F(Offline, NoAnswerOrFetchReachesTheCloudWhileTheNetworkIsDownAndTheNextOneAfterDoes) {
+    Network({"down"});
+    ClearCloudRequests();
+    const size_t failures = LogCount("Agreement Server Connection Fail!");
+    Agree({"tnc"}, true);
+    ASSERT_TRUE(WaitUntil([&] { return LogCount("Agreement Server Connection Fail!") > failures; }));
+    // A new language makes the service fetch, which fails as on a set without a route (the
+    // service then answers from its stored set).
+    SetVconf("db/menu_widget/language", "ko_kr.utf8");
+    RequestUpdate("tarvoctl");
+    EXPECT_GE(LogCount("m_errorCode = 7"), 1u);
+    EXPECT_EQ(ToLine(CloudRequests("GET")), "[]");
+    EXPECT_EQ(ToLine(CloudRequests("PUT")), "[]");
+    EXPECT_EQ(Reported()["tnc"], "N");
+
+    // Back online, the next change carries every answer and the fetch goes out.
+    Network({"up", "ethernet"});
+    Agree({"pp"}, true);
+    ASSERT_TRUE(WaitUntil([&] { return Reported()["pp"] == "Y"; }, std::chrono::seconds(20)))
+        << ToLine(CloudAgreements());
+    EXPECT_EQ(Reported()["tnc"], "Y");
+    EXPECT_EQ(RequestUpdate("tarvoctl")["result"], "success");
+    EXPECT_GT(CloudRequests("GET").size(), 0u);
+}
+
+// By default the terminal shows warnings, errors and one line per transfer, without colour codes
+// when it is no terminal; the file keeps every line.
+TEST_F(Offline, TheHostsStderrShowsWarningsAndTransfersWithoutColoursAndTheFileEverything) {
+    Network({"down"});
+    Agree({"tnc"}, true);
+    ASSERT_TRUE(WaitUntil(
+        [&] { return m_host->Stderr().find("Agreement Server Connection Fail!") != std::string::npos; }));
+    const std::string shown = m_host->Stderr();
+    EXPECT_EQ(shown.find('\033'), std::string::npos);
+    EXPECT_EQ(shown.find(" I/TarvoDataControl("), std::string::npos);
+    EXPECT_EQ(shown.find(" D/"), std::string::npos);
+    EXPECT_NE(shown.find(" I/TarvoHttp("), std::string::npos) << "the start's fetches and upload";
+    EXPECT_NE(shown.find("Network is unreachable"), std::string::npos) << shown;
+    EXPECT_GT(LogCount(" I/TarvoDataControl("), 0u);
+    EXPECT_EQ(LogCount("\033["), 0u);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace tarvo
