@@ -160,6 +160,7 @@ TEST_F(TarvoctlUpdate, NamesEachNewVersionWithWhetherItIsRevisedAndWhy) {
 }
 
 TEST_F(TarvoctlUpdate, ANetworkDownAndAClosedStoreAreSaidSoAndAClosedStoreAsksNothingUntilARestart) {
+    m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
     const auto down = Ctl({"status"});
     EXPECT_NE(down.out.find("network             down (tarvoctl network up brings it back)"), kNone)
         << down.out;
