@@ -4,6 +4,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,7 +28,10 @@ const char* NodeName(const xmlNode* node) {
 
 // The agreement server answers in a few hundred bytes. These bounds keep a hostile answer from
 // holding the upload's worker: libxml2 and the walk are quadratic in the attributes of an element.
-constexpr unsigned int kMaxAnswerBytes = 16 * 1024;
+// Four full blocks of the reception.
+constexpr unsigned int kMaxAnswerBytes = 64 * 1024;
+// Each of '<' and '=' in the raw answer, bounding what libxml2 builds before anything is counted.
+constexpr long kMaxMarkup = 4096;
 constexpr unsigned int kMaxNodes = 1024;
 constexpr unsigned int kMaxAttributes = 1024;
 
@@ -111,6 +115,14 @@ bool CTarvoKelvaneParser::Parse(char* buffer, unsigned int size) {
     if (size > kMaxAnswerBytes) {
         TARVO_LOGW("xml answer of %u bytes is over %u, not parsed", size, kMaxAnswerBytes);
         m_ErrorMsg = "xml answer is too large!";
+        return false;
+    }
+    const long opens = std::count(buffer, buffer + size, '<');
+    const long equals = std::count(buffer, buffer + size, '=');
+    if (opens > kMaxMarkup || equals > kMaxMarkup) {
+        TARVO_LOGW("xml answer with %ld '<' and %ld '=' is over %ld of either, not parsed", opens, equals,
+                   kMaxMarkup);
+        m_ErrorMsg = "xml answer has too many nodes or attributes!";
         return false;
     }
     TARVO_LOGD("begin to parse xml...");

@@ -112,10 +112,14 @@ TEST_F(HostileAnswer, SizeNodesAndAttributesAreBoundedAtTheirLimit) {
         bool parsed;
         const char* message;  // the parser's error when not parsed
     } cases[] = {
-        {PaddedAnswer(16 * 1024), true, ""},
-        {PaddedAnswer(16 * 1024 + 1), false, "xml answer is too large!"},
+        {PaddedAnswer(64 * 1024), true, ""},
+        {PaddedAnswer(64 * 1024 + 1), false, "xml answer is too large!"},
         // A megabyte of attributes on one element, the answer that held the worker for minutes.
         {ManyAttributes(100000), false, "xml answer is too large!"},
+        // Below the size, too much markup for libxml2 to be given.
+        {ManyAttributes(6000), false, "xml answer has too many nodes or attributes!"},
+        {Repeated("<rsp stat=\"ok\">", "<a></a>", 4100, "</rsp>"), false,
+         "xml answer has too many nodes or attributes!"},
         // The root and its children, comments counted as nodes.
         {Repeated("<rsp stat=\"ok\">", "<a/>", 1023, "</rsp>"), true, ""},
         {Repeated("<rsp stat=\"ok\">", "<a/>", 1024, "</rsp>"), false,
@@ -136,7 +140,8 @@ TEST_F(HostileAnswer, SizeNodesAndAttributesAreBoundedAtTheirLimit) {
         EXPECT_EQ(parser.GetStat(), c.parsed ? "ok" : "") << what;
         EXPECT_EQ(parser.GetNodeAmount("/rsp"), c.parsed ? 1u : 0u) << what;
     }
-    EXPECT_TRUE(m_log.Contains("xml answer of 16385 bytes is over 16384, not parsed"));
+    EXPECT_TRUE(m_log.Contains("xml answer of 65537 bytes is over 65536, not parsed"));
+    EXPECT_TRUE(m_log.Contains("xml answer with 1 '<' and 6001 '=' is over 4096 of either, not parsed"));
     EXPECT_TRUE(m_log.Contains("xml answer over 1024 nodes or 1024 attributes, not read"));
 }
 
