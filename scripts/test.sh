@@ -96,7 +96,7 @@ for target in build/asan/fuzz/fuzz_*; do
   work=$(mktemp -d)
   cp -r "$corpus"/. "$work"/ 2>/dev/null || true
   echo "-- $name"
-  TARVO_ROOT=$(mktemp -d) "$target" -max_total_time="$fuzz_seconds" -detect_leaks=0 -print_final_stats=0 "$work" \
+  TARVO_ROOT=$(mktemp -d) "$target" -max_total_time="$fuzz_seconds" -detect_leaks=0 -print_final_stats=0 $([ -f "fuzz/$name.dict" ] && echo "-dict=fuzz/$name.dict") "$work" \
     >"$work.log" 2>&1 || { tail -n 60 "$work.log"; echo "$name failed"; exit 1; }
   rm -rf "$work" "$work.log"
   ran=$((ran + 1))
