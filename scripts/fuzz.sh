@@ -65,7 +65,9 @@ for target in "${targets[@]}"; do
   log=$(mktemp)
   echo "-- $target, ${seconds} s from $(find "$corpus" -type f | wc -l) inputs"
   # New inputs go to a scratch folder first; the merge keeps only those that add coverage.
-  if "$build/fuzz/$target" -max_total_time="$seconds" -detect_leaks=0 -artifact_prefix="$artifacts/$target-" \
+  dict=()
+  [ -f "fuzz/$target.dict" ] && dict=(-dict="fuzz/$target.dict")
+  if "$build/fuzz/$target" -max_total_time="$seconds" -detect_leaks=0 -artifact_prefix="$artifacts/$target-" "${dict[@]}" \
       -print_final_stats=1 "$work" "$corpus" >"$log" 2>&1; then
     grep -E '^stat::(number_of_executed_units|average_exec_per_sec|new_units_added):' "$log" || true
     before=$(find "$corpus" -type f | wc -l)
