@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev clang-format
   libsqlite3-dev sqlite3 libxml2-dev libjsoncpp-dev libssl-dev libcurl4-openssl-dev
-  libcpp-httplib-dev googletest libgtest-dev libgmock-dev libbenchmark-dev valgrind jq curl
+  libcpp-httplib-dev googletest libgtest-dev libgmock-dev libbenchmark-dev valgrind jq curl rapidjson-dev
   chromium chromium-driver python3-selenium
 )
 
