@@ -27,6 +27,7 @@ bool Client::Connect(const std::string& path) {
     m_path = path;
     m_closed = false;
     m_buffer.clear();
+    m_searched = 0;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.empty() || path.size() >= sizeof(address.sun_path)) return false;
@@ -113,10 +114,11 @@ std::optional<Json::Value> Client::m_Request(Json::Value frame) {
 std::optional<Json::Value> Client::m_ReadFromSocket(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (true) {
-        const auto newline = m_buffer.find('\n');
+        const auto newline = m_buffer.find('\n', m_searched);
         if (newline != std::string::npos) {
             const std::string line = m_buffer.substr(0, newline);
             m_buffer.erase(0, newline + 1);
+            m_searched = 0;
             auto frame = ParseJson(line);
             if (frame && frame->isObject()) return frame;
             continue;
@@ -141,6 +143,8 @@ std::optional<Json::Value> Client::m_ReadFromSocket(std::chrono::milliseconds ti
             m_closed = true;
             continue;
         }
+        // A long line comes in many chunks: each is searched for its end once.
+        m_searched = m_buffer.size();
         m_buffer.append(chunk, static_cast<size_t>(n));
     }
 }

@@ -7,6 +7,7 @@
 #include <json/json.h>
 
 #include <chrono>
+#include <cstddef>
 #include <deque>
 #include <optional>
 #include <string>
@@ -48,6 +49,7 @@ class Client {
     bool m_subscribed = false;
     int m_nextId = 1;
     std::string m_buffer;
+    size_t m_searched = 0;  // m_buffer holds no newline before this
     std::deque<Json::Value> m_queued;
 };
 
