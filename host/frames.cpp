@@ -1,17 +1,11 @@
 #include "frames.h"
 
+#include "fast_writer.h"
 #include "type_errors.h"
 #include "utf8.h"
 
 #include <dlog.h>
 #include <tarvo/platform.h>
-
-#if defined(__SSE2__)
-// RapidJSON then scans strings for characters to escape sixteen bytes at a time.
-#define RAPIDJSON_SSE2
-#endif
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <cstdint>
 #include <cstring>
@@ -43,8 +37,6 @@ std::string ReadableParseError(const std::string& errors) {
         detail[0] = static_cast<char>(detail[0] - 'A' + 'a');
     return "the line is not JSON at column " + at + ": " + detail;
 }
-
-using FastWriter = rapidjson::Writer<rapidjson::StringBuffer>;
 
 // True when `data` is valid UTF-8 that RapidJSON escapes as JsonCpp does. Both name \b \f \n \r
 // \t and write other control bytes as \u00XX, JsonCpp with lower-case hex digits and RapidJSON
