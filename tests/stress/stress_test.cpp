@@ -1,7 +1,7 @@
 // Eight clients calling at once through the host's socket server while power, wake-up and
 // network changes arrive; and a crowd of silent connections that fills a small server again and
-// again while callers, notifications and a subscriber go on. The service and the server run in this process, so ThreadSanitizer
-// sees the connection threads, the workers, the network monitor and the upload worker; the
+// again while callers, notifications and a subscriber go on. The service and the server run in this process,
+// so ThreadSanitizer sees the connection threads, the workers, the network monitor and the upload worker; the
 // cloud plays the servers from its own process.
 #include "frames.h"
 #include "socket_server.h"
