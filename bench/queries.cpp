@@ -2,8 +2,9 @@
 // disclaimer number", "get disclaimer by order" over every index and "get disclaimer by term id",
 // in-process through g_service_proxy and through the host's socket.
 // Floors, in the same run: copying the same records and writing the same reply with JsonCpp; for
-// the socket, that work done by a bare Unix-socket server that reads the request line and writes
-// the reply's bytes back.
+// the socket, a bare Unix-socket server (bench_bare_echo) that reads each request line and writes
+// back the very bytes the host answered it with, measured by turns with the host through the same
+// client.
 #include "report.h"
 #include "television.h"
 
@@ -11,15 +12,18 @@
 
 #include <benchmark/benchmark.h>
 #include <json/json.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <map>
+#include <memory>
+#include <optional>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -160,81 +164,58 @@ void BM_InProcessFloor(benchmark::State& state, Query query) {
     }
 }
 
-void RunSocket(benchmark::State& state, Query query, const std::string& socket) {
+// One round on the socket at `socket`: `calls` round trips through one connection, cycling over the
+// query's lines; the seconds a call took, or -1 when an answer did not come.
+double SocketRound(const std::string& socket, Query query, int calls) {
     HostLink link;
-    if (!link.Connect(socket)) {
-        state.SkipWithError("cannot connect");
-        return;
-    }
+    if (!link.Connect(socket)) return -1;
     const auto& lines = g_state->lines[static_cast<int>(query)];
-    size_t i = 0;
-    for (auto _ : state) {
-        if (!link.SendLine(lines[i]) || !link.ReadLine()) {
-            state.SkipWithError("no answer");
-            return;
-        }
-        i = (i + 1) % lines.size();
+    // The first answer waits for the server to take the connection in: not part of a call.
+    if (!link.SendLine(lines[0]) || !link.ReadLine()) return -1;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < calls; ++i) {
+        if (!link.SendLine(lines[static_cast<size_t>(i) % lines.size()]) || !link.ReadLine()) return -1;
     }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    return took.count() / calls;
 }
 
-void BM_Socket(benchmark::State& state, Query query) { RunSocket(state, query, g_state->socket); }
-void BM_SocketFloor(benchmark::State& state, Query query) { RunSocket(state, query, g_state->floorSocket); }
-
-// The transport floor: one thread per connection reads a request line, does the in-process floor's
-// work for it and writes the reply frame back, as bare as a Unix-socket echo can be.
-class FloorServer {
-  public:
-    bool Open(const std::string& path) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (m_fd < 0 || bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-            listen(m_fd, 8) != 0) {
-            return false;
-        }
-        std::thread([this] { m_Accept(); }).detach();
-        return true;
-    }
-
-  private:
-    void m_Accept() {
-        while (true) {
-            const int client = accept4(m_fd, nullptr, nullptr, SOCK_CLOEXEC);
-            if (client < 0) return;
-            std::thread([client] { Serve(client); }).detach();
+// Asks the host each query's lines once and writes them with the host's answers as the floor's
+// table: a request line, then its reply line.
+bool WriteFloorTable(const std::string& path) {
+    HostLink link;
+    if (!link.Connect(g_state->socket)) return false;
+    std::string table;
+    for (const auto& lines : g_state->lines) {
+        for (const std::string& line : lines) {
+            const auto reply = link.SendLine(line) ? link.ReadLine() : std::nullopt;
+            if (!reply) return false;
+            table += line + "\n" + *reply + "\n";
         }
     }
+    std::ofstream out(path, std::ios::binary);
+    return static_cast<bool>(out << table) && static_cast<bool>(out.flush());
+}
 
-    static void Serve(int fd) {
-        std::string pending;
-        char buffer[65536];
-        size_t served = 0;
-        while (true) {
-            const size_t newline = pending.find('\n');
-            if (newline == std::string::npos) {
-                const ssize_t n = recv(fd, buffer, sizeof(buffer), 0);
-                if (n <= 0) break;
-                pending.append(buffer, static_cast<size_t>(n));
-                continue;
-            }
-            // The benchmark sends its requests in a known order: the line says which query it is.
-            const std::string line = pending.substr(0, newline);
-            pending.erase(0, newline + 1);
-            const Query query = line.find("by term id") != std::string::npos ? Query::kByTermId
-                                : line.find("by order") != std::string::npos ? Query::kByOrder
-                                                                             : Query::kNumber;
-            Json::Value frame(Json::objectValue);
-            frame["id"] = 1;
-            frame["reply"] = FloorReply(query, served++ % g_state->listed.size());
-            const std::string text = Compact(frame) + "\n";
-            if (send(fd, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) break;
-        }
-        close(fd);
+// The floor's server, started on the table once the host has answered every line.
+std::unique_ptr<tarvo::bench::ChildProcess> StartFloor(const tarvo::bench::TempDir& dir, std::string& error) {
+    const std::string table = dir.At("/floor-replies.txt");
+    if (!WriteFloorTable(table)) {
+        error = "the host did not answer the lines of the floor's table";
+        return nullptr;
     }
-
-    int m_fd = -1;
-};
+    auto floor = std::make_unique<tarvo::bench::ChildProcess>(
+        std::vector<std::string>{TARVO_BARE_ECHO_BIN, g_state->floorSocket, table},
+        std::map<std::string, std::string>{}, dir.At("/floor"));
+    if (!floor->Started() || !tarvo::bench::WaitUntil([] {
+            HostLink probe;
+            return probe.Connect(g_state->floorSocket);
+        })) {
+        error = "bench_bare_echo did not come up";
+        return nullptr;
+    }
+    return floor;
+}
 
 Record FromReply(const Json::Value& reply) {
     Record record;
@@ -288,11 +269,9 @@ int main(int argc, char** argv) {
     setenv("TARVO_ROOT", local.Path().c_str(), 1);
     tarvo::bench::LogToNullIfAsked(local.Path());
     tarvo::bench::Host host;
-    FloorServer floor;
     state.floorSocket = local.Path() + "/floor.sock";
-    if (!StartInProcess(error) || !host.Start(root, error) || !floor.Open(state.floorSocket)) {
-        std::fprintf(stderr, "bench_queries: %s\n",
-                     error.empty() ? "cannot open the floor's socket" : error.c_str());
+    if (!StartInProcess(error) || !host.Start(root, error)) {
+        std::fprintf(stderr, "bench_queries: %s\n", error.c_str());
         return 1;
     }
     state.socket = host.SocketPath();
@@ -318,6 +297,11 @@ int main(int argc, char** argv) {
             state.lines[q].push_back(Compact(frame));
         }
     }
+    auto floor = StartFloor(local, error);
+    if (floor == nullptr) {
+        std::fprintf(stderr, "bench_queries: %s\n", error.c_str());
+        return 1;
+    }
 
     const std::pair<const char*, Query> queries[] = {
         {"number", Query::kNumber}, {"by_order", Query::kByOrder}, {"by_term_id", Query::kByTermId}};
@@ -326,10 +310,6 @@ int main(int argc, char** argv) {
             ->Unit(benchmark::kMicrosecond);
         benchmark::RegisterBenchmark((std::string("InProcessFloor/") + name).c_str(), BM_InProcessFloor,
                                      query)
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((std::string("Socket/") + name).c_str(), BM_Socket, query)
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((std::string("SocketFloor/") + name).c_str(), BM_SocketFloor, query)
             ->Unit(benchmark::kMicrosecond);
     }
     // What each query writes to the log: every line is a write(2) the floor does not make.
@@ -351,8 +331,7 @@ int main(int argc, char** argv) {
                                                            {"by_order", "get disclaimer by order"},
                                                            {"by_term_id", "get disclaimer by term id"}};
     for (const auto& [key, method] : methods) {
-        for (const auto& [road, target] :
-             {std::pair<const char*, double>{"InProcess", 2.0}, {"Socket", 3.0}}) {
+        for (const auto& [road, target] : {std::pair<const char*, double>{"InProcess", 2.0}}) {
             const double value = seconds[std::string(road) + "/" + key];
             const double floor_value = seconds[std::string(road) + "Floor/" + key];
             if (value <= 0 || floor_value <= 0) continue;
@@ -367,6 +346,32 @@ int main(int argc, char** argv) {
             tarvo::bench::Emit(options, figure);
         }
     }
+    // The socket road by turns with its floor, through the same client.
+    const std::pair<const char*, int> socket_calls[] = {
+        {"get disclaimer number", 400}, {"get disclaimer by order", 200}, {"get disclaimer by term id", 200}};
+    for (int q = 0; q < 3; ++q) {
+        const auto& [method, calls] = socket_calls[q];
+        const int count = options.quick ? 20 : calls;
+        const auto query = static_cast<Query>(q);
+        tarvo::bench::Paired paired;
+        if (!tarvo::bench::RunPaired(
+                method, options.quick ? 1 : 31, [&] { return SocketRound(state.socket, query, count); },
+                [&] { return SocketRound(state.floorSocket, query, count); }, paired, error)) {
+            std::fprintf(stderr, "bench_queries: %s\n", error.c_str());
+            continue;
+        }
+        tarvo::bench::Figure figure;
+        figure.road = "Client queries";
+        figure.name = std::string(method) + ", socket";
+        figure.unit = "calls/s";
+        figure.value = 1 / paired.figure;
+        figure.floor = 1 / paired.floor;
+        figure.higherIsBetter = true;
+        figure.target = 4.0;
+        figure.note = "floor: a bare server writing the host's reply bytes";
+        tarvo::bench::Emit(options, figure);
+    }
+    floor.reset();
     host.Stop();
     // The service in this process has no orderly end: leave without running its destructors,
     // once the folders are gone (the service's log in them grows by megabytes a second).

@@ -1,12 +1,16 @@
 #include "frames.h"
 
+#include "fast_writer.h"
 #include "type_errors.h"
 #include "utf8.h"
 
 #include <dlog.h>
 #include <tarvo/platform.h>
 
+#include <cstdint>
+#include <cstring>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -34,19 +38,113 @@ std::string ReadableParseError(const std::string& errors) {
     return "the line is not JSON at column " + at + ": " + detail;
 }
 
-bool ParseObject(const std::string& line, Json::Value& out, std::string& reason) {
+// True when `data` is valid UTF-8 that RapidJSON escapes as JsonCpp does. Both name \b \f \n \r
+// \t and write other control bytes as \u00XX, JsonCpp with lower-case hex digits and RapidJSON
+// with upper-case ones, so a control byte with a letter in its hex form goes JsonCpp's way.
+bool WritesAlike(const char* data, size_t size) {
+    constexpr uint64_t kOnes = 0x0101010101010101ULL;
+    constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+    size_t at = 0;
+    while (at < size) {
+        if (size - at >= 8) {
+            uint64_t word;
+            std::memcpy(&word, data + at, sizeof(word));
+            // Eight bytes of plain ASCII: no high bit set and none below 0x20.
+            if (((word | ((word - kOnes * 0x20) & ~word)) & kHighBits) == 0) {
+                at += 8;
+                continue;
+            }
+        }
+        const auto byte = static_cast<unsigned char>(data[at]);
+        if (byte < 0x80) {
+            if (byte == 0x0b || byte == 0x0e || byte == 0x0f || (byte >= 0x1a && byte < 0x20)) return false;
+            ++at;
+            continue;
+        }
+        const size_t length = Utf8SequenceLength(data + at, size - at);
+        if (length == 0) return false;
+        at += length;
+    }
+    return true;
+}
+
+bool WriteString(const char* begin, const char* end, FastWriter& writer, bool key) {
+    const auto size = static_cast<size_t>(end - begin);
+    if (size > std::numeric_limits<rapidjson::SizeType>::max() || !WritesAlike(begin, size)) return false;
+    const auto length = static_cast<rapidjson::SizeType>(size);
+    return key ? writer.Key(begin, length) : writer.String(begin, length);
+}
+
+// Writes `value` as JsonCpp's StreamWriter would; false where the two would differ (a double,
+// which JsonCpp writes with 17 digits, or a string that WritesAlike turns away).
+bool WriteValue(const Json::Value& value, FastWriter& writer) {
+    switch (value.type()) {
+        case Json::nullValue:
+            return writer.Null();
+        case Json::intValue:
+            return writer.Int64(value.asLargestInt());
+        case Json::uintValue:
+            return writer.Uint64(value.asLargestUInt());
+        case Json::booleanValue:
+            return writer.Bool(value.asBool());
+        case Json::realValue:
+            return false;
+        case Json::stringValue: {
+            const char* begin = nullptr;
+            const char* end = nullptr;
+            return value.getString(&begin, &end) && WriteString(begin, end, writer, false);
+        }
+        case Json::arrayValue: {
+            writer.StartArray();
+            // By index, as JsonCpp does: a gap in a sparse array is written as null.
+            const Json::ArrayIndex size = value.size();
+            for (Json::ArrayIndex i = 0; i < size; ++i) {
+                if (!WriteValue(value[i], writer)) return false;
+            }
+            return writer.EndArray();
+        }
+        case Json::objectValue: {
+            writer.StartObject();
+            for (auto it = value.begin(); it != value.end(); ++it) {
+                const char* end = nullptr;
+                const char* begin = it.memberName(&end);
+                if (begin == nullptr || !WriteString(begin, end, writer, true) || !WriteValue(*it, writer))
+                    return false;
+            }
+            return writer.EndObject();
+        }
+    }
+    return false;
+}
+
+Json::Value OkFrame(const Json::Value& id) {
+    Json::Value frame(Json::objectValue);
+    frame["id"] = id;
+    frame["ok"] = true;
+    return frame;
+}
+
+// Frames of up to this size keep their writer's buffer for the next frame of the thread.
+constexpr size_t kKeptBufferBytes = 1024 * 1024;
+
+}  // namespace
+
+LineParser::LineParser() {
+    Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;
+    builder["collectComments"] = false;
+    m_reader.reset(builder.newCharReader());
+}
+
+bool LineParser::Parse(const std::string& line, Json::Value& out, std::string& reason) {
     // JsonCpp passes any bytes through, so a frame is checked before it is read.
     if (!IsValidUtf8(line)) {
         reason = "the line is not valid UTF-8";
         return false;
     }
-    Json::CharReaderBuilder builder;
-    builder["failIfExtra"] = true;
-    builder["collectComments"] = false;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
     try {
-        if (!reader->parse(line.data(), line.data() + line.size(), &out, &errors)) {
+        if (!m_reader->parse(line.data(), line.data() + line.size(), &out, &errors)) {
             reason = ReadableParseError(errors);
             return false;
         }
@@ -66,23 +164,19 @@ bool ParseObject(const std::string& line, Json::Value& out, std::string& reason)
     return true;
 }
 
-Json::Value OkFrame(const Json::Value& id) {
-    Json::Value frame(Json::objectValue);
-    frame["id"] = id;
-    frame["ok"] = true;
-    return frame;
-}
-
-}  // namespace
-
 FrameHandler::FrameHandler(bracken::ser::ServiceProxy* proxy, std::string service_name)
     : m_proxy(proxy), m_serviceName(std::move(service_name)) {}
 
 FrameOutcome FrameHandler::Handle(const std::string& line) const {
+    LineParser parser;
+    return Handle(line, parser);
+}
+
+FrameOutcome FrameHandler::Handle(const std::string& line, LineParser& parser) const {
     FrameOutcome outcome;
     Json::Value frame;
     std::string reason;
-    if (!ParseObject(line, frame, reason)) {
+    if (!parser.Parse(line, frame, reason)) {
         outcome.answer = ErrorFrame(Json::Value(), reason);
         return outcome;
     }
@@ -105,21 +199,25 @@ FrameOutcome FrameHandler::Handle(const std::string& line) const {
     return outcome;
 }
 
-Json::Value FrameHandler::m_Call(const Json::Value& frame) const {
+Json::Value FrameHandler::m_Call(Json::Value& frame) const {
     const Json::Value& id = frame["id"];
     if (!frame["call"].isObject()) return ErrorFrame(id, WrongMember("call", "an object", frame["call"]));
     if (frame.isMember("type") && !frame["type"].isString())
         return ErrorFrame(id, WrongMember("type", "a string", frame["type"]));
 
     Sedge::TCMessage request;
-    request.json = frame["call"];
+    request.json.swap(frame["call"]);
     request.type = frame.isMember("type") ? frame["type"].asString() : kDefaultType;
-    Sedge::TCMessage reply;
+    Json::Value answer(Json::objectValue);
     try {
-        reply = m_proxy->CallAPI(request);
+        Sedge::TCMessage reply = m_proxy->CallAPI(request);
+        answer["id"] = id;
+        // A reply without any key is an empty reply.
+        const bool empty = reply.json.isNull() || (reply.json.isObject() && reply.json.empty());
+        answer["reply"] = empty ? Json::Value() : std::move(reply.json);
     } catch (const Json::LogicError& e) {
         // JsonCpp's own words name neither the member nor the type it found.
-        const std::string reason = DescribeConversionFailure(frame["call"], e.what());
+        const std::string reason = DescribeConversionFailure(request.json, e.what());
         __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "call threw: %s (%s)", e.what(), reason.c_str());
         return ErrorFrame(id, reason);
     } catch (const std::exception& e) {
@@ -129,11 +227,6 @@ Json::Value FrameHandler::m_Call(const Json::Value& frame) const {
         __dlog_print(LOG_ID_MAIN, DLOG_ERROR, kLogTag, "call threw something that is no std::exception");
         return ErrorFrame(id, "the call threw an unknown exception");
     }
-    Json::Value answer(Json::objectValue);
-    answer["id"] = id;
-    // A reply without any key is an empty reply.
-    const bool empty = reply.json.isNull() || (reply.json.isObject() && reply.json.empty());
-    answer["reply"] = empty ? Json::Value() : reply.json;
     return answer;
 }
 
@@ -178,6 +271,23 @@ Json::Value FrameHandler::NotificationFrame(const Sedge::TCMessage& message) {
 }
 
 std::string FrameHandler::Serialize(const Json::Value& frame) {
+    thread_local rapidjson::StringBuffer buffer;
+    thread_local FastWriter writer(buffer);
+    buffer.Clear();
+    writer.Reset(buffer);
+    if (!WriteValue(frame, writer)) return SerializeWithJsonCpp(frame);
+    std::string text;
+    text.reserve(buffer.GetSize() + 1);
+    text.assign(buffer.GetString(), buffer.GetSize());
+    text += '\n';
+    if (buffer.GetSize() > kKeptBufferBytes) {
+        buffer.Clear();
+        buffer.ShrinkToFit();
+    }
+    return text;
+}
+
+std::string FrameHandler::SerializeWithJsonCpp(const Json::Value& frame) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;

@@ -150,6 +150,10 @@ int main(int argc, char** argv) {
     // A handful of threads on a small processor: two malloc arenas instead of one per thread, so
     // that what a sync frees on a worker is reused instead of kept beside a fresh arena.
     mallopt(M_ARENA_MAX, 2);
+    // Each query copies the store's records (hundreds of KB) and frees them: without a margin, an
+    // arena gives the pages back after every call and the next call faults them in again.
+    mallopt(M_TRIM_THRESHOLD, 8 * 1024 * 1024);
+    mallopt(M_MMAP_THRESHOLD, 1024 * 1024);
 
     // Before any platform call: every television path resolves under this root.
     if (options.root) setenv("TARVO_ROOT", options.root->c_str(), 1);

@@ -9,6 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -101,6 +102,7 @@ struct SocketServer::Tracked {
 
     Connection connection;
     std::atomic<int> threadsRunning{2};
+    bool counted = false;  // counted among the subscribers; guarded by the server's m_mutex
 };
 
 SocketServer::SocketServer(FrameHandler handler, ServerLimits limits)
@@ -182,7 +184,7 @@ void SocketServer::m_AcceptLoop() {
                 close(fd);
                 return;
             }
-            if (m_connections.size() < m_limits.maxConnections) {
+            if (m_connections.size() < m_limits.maxConnections || m_CloseLongestIdleLocked()) {
                 tracked = std::make_shared<Tracked>(fd, m_limits.queue);
                 m_connections.insert(tracked);
             }
@@ -236,11 +238,37 @@ bool SocketServer::m_StartThreads(const std::shared_ptr<Tracked>& tracked) {
 void SocketServer::m_ThreadEnded(const std::shared_ptr<Tracked>& tracked) {
     if (tracked->threadsRunning.fetch_sub(1) != 1) return;
     std::lock_guard<std::mutex> lock(m_mutex);
+    if (tracked->counted) --m_subscribers;
+    tracked->counted = false;
     m_connections.erase(tracked);
+}
+
+bool SocketServer::m_CloseLongestIdleLocked() {
+    std::vector<std::pair<Connection::Clock::time_point, std::shared_ptr<Tracked>>> idle;
+    for (const auto& tracked : m_connections) {
+        Connection::Clock::time_point since;
+        if (tracked->connection.IdleSince(since)) idle.emplace_back(since, tracked);
+    }
+    std::sort(idle.begin(), idle.end(),
+              [](const auto& left, const auto& right) { return left.first < right.first; });
+    for (const auto& [since, tracked] : idle) {
+        // It may have begun a line since it was looked at.
+        if (!tracked->connection.CloseIfIdle()) continue;
+        __dlog_print(LOG_ID_MAIN, DLOG_INFO, kLogTag,
+                     "every connection is taken: closing one idle for %lld ms to make room",
+                     static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                Connection::Clock::now() - since)
+                                                .count()));
+        // Its threads end on their own; the room is the newcomer's now.
+        m_connections.erase(tracked);
+        return true;
+    }
+    return false;
 }
 
 void SocketServer::m_ReadLoop(Connection& connection) {
     using Clock = std::chrono::steady_clock;
+    LineParser parser;
     std::string pending;
     bool discarding = false;  // inside a line over the limit, until its newline
     bool line_open = false;   // bytes of an unfinished line have come, since line_started
@@ -263,8 +291,13 @@ void SocketServer::m_ReadLoop(Connection& connection) {
         const int ready = poll(&pfd, 1, wait_ms);
         if (ready < 0 && errno != EINTR) break;
         if (ready <= 0) continue;
+        // Marked busy before the bytes are taken, so that it is never closed as idle with them.
+        if (!connection.BeginReading()) break;
         const ssize_t n = read(connection.Fd(), buffer.data(), buffer.size());
-        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) {
+            connection.EndReading(line_open);
+            continue;
+        }
         if (n <= 0) break;
         size_t start = 0;
         const size_t end = static_cast<size_t>(n);
@@ -281,11 +314,11 @@ void SocketServer::m_ReadLoop(Connection& connection) {
             }
             if (newline == nullptr) break;
             if (discarding) {
-                connection.Queue(FrameHandler::Serialize(
+                connection.Answer(FrameHandler::Serialize(
                     FrameHandler::ErrorFrame(Json::Value(), "line longer than 1 MiB, discarded")));
                 discarding = false;
             } else {
-                m_HandleLine(connection, pending);
+                m_HandleLine(connection, parser, pending);
             }
             // A big line's memory is not kept for the life of the connection.
             if (pending.capacity() > buffer.size()) {
@@ -299,22 +332,34 @@ void SocketServer::m_ReadLoop(Connection& connection) {
         const bool was_open = line_open;
         line_open = !pending.empty() || discarding;
         if (line_open && (!was_open || line_ended)) line_started = Clock::now();
+        connection.EndReading(line_open);
     }
     // A last line without its newline before the peer stopped sending is still a frame.
-    if (!pending.empty() && !discarding && !connection.Closing()) m_HandleLine(connection, pending);
+    if (!pending.empty() && !discarding && !connection.Closing()) m_HandleLine(connection, parser, pending);
     connection.Close();
 }
 
-void SocketServer::m_HandleLine(Connection& connection, const std::string& line) {
+void SocketServer::m_HandleLine(Connection& connection, LineParser& parser, const std::string& line) {
     if (line.find_first_not_of(" \t\r") == std::string::npos) return;
-    const FrameOutcome outcome = m_handler.Handle(line);
-    std::string text = FrameHandler::Serialize(outcome.answer);
-    // Subscribed as the answer is queued, so that a client that has read it misses nothing.
-    if (outcome.subscribe) {
-        connection.Subscribe(std::move(text));
-    } else {
-        connection.Queue(std::move(text));
+    FrameOutcome outcome = m_handler.Handle(line, parser);
+    if (outcome.subscribe && !connection.Subscribed()) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_subscribers >= m_limits.maxSubscribers) {
+            outcome.subscribe = false;
+            outcome.answer = FrameHandler::ErrorFrame(
+                outcome.answer["id"], "the host takes at most " + std::to_string(m_limits.maxSubscribers) +
+                                          " subscribers at once; try again later");
+        } else {
+            // Counted before the answer goes, so that two at once cannot both pass the limit.
+            for (const auto& tracked : m_connections) {
+                if (&tracked->connection != &connection || tracked->counted) continue;
+                tracked->counted = true;
+                ++m_subscribers;
+            }
+        }
     }
+    // Subscribed as the answer goes, so that a client that has read it misses nothing.
+    connection.Answer(FrameHandler::Serialize(outcome.answer), outcome.subscribe);
 }
 
 }  // namespace host

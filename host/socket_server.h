@@ -1,7 +1,9 @@
 // Serves clients on a Unix socket: one accept thread, and per connection a reader thread
 // that answers its lines and a writer thread that drains its queue, both detached and the
-// connection tracked in m_connections so that Stop can shut every one down. Answers and
-// notifications (from any thread) only enter queues: no caller ever waits on a client.
+// connection tracked in m_connections so that Stop can shut every one down. A reader writes
+// its answer itself only while the socket takes it at once; the rest, and notifications (from
+// any thread), enter queues: no caller ever waits on a client. When every connection is taken,
+// the longest idle one (not subscribed, no line begun) makes room for the newcomer.
 #pragma once
 
 #include "connection.h"
@@ -23,6 +25,8 @@ namespace host {
 
 struct ServerLimits {
     size_t maxConnections = 64;
+    // Subscribers may take no more, so that a crowd of them cannot leave callers no room.
+    size_t maxSubscribers = 56;
     // A line that stays unfinished this long closes its connection.
     std::chrono::milliseconds lineTimeout{10000};
     QueueLimits queue;
@@ -54,7 +58,10 @@ class SocketServer {
     // Reads and answers lines until the peer goes, the connection closes or a line stays
     // unfinished too long.
     void m_ReadLoop(Connection& connection);
-    void m_HandleLine(Connection& connection, const std::string& line);
+    void m_HandleLine(Connection& connection, LineParser& parser, const std::string& line);
+    // Closes the longest idle connection to make room for a new one; false when none is idle.
+    // Called with m_mutex held.
+    bool m_CloseLongestIdleLocked();
     // Each of a connection's two threads calls this at its end; the last forgets it.
     void m_ThreadEnded(const std::shared_ptr<Tracked>& tracked);
 
@@ -64,8 +71,9 @@ class SocketServer {
     int m_listenFd = -1;
     std::atomic<bool> m_stopping{false};
     std::thread m_acceptThread;
-    std::mutex m_mutex;  // guards m_connections
+    std::mutex m_mutex;  // guards m_connections and m_subscribers
     std::set<std::shared_ptr<Tracked>> m_connections;
+    size_t m_subscribers = 0;
 };
 
 }  // namespace host

@@ -5,12 +5,9 @@
 namespace tarvo {
 namespace host {
 
-namespace {
-
-// Length of the valid sequence that starts at `at`, or 0 when none starts there.
-size_t SequenceLength(const std::string& text, size_t at) {
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(at);
+size_t Utf8SequenceLength(const char* data, size_t left) {
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(data[i]); };
+    const unsigned char lead = byte(0);
     if (lead < 0x80) return 1;
     size_t length = 0;
     unsigned char low = 0x80;  // bounds of the second byte rule out overlongs and surrogates
@@ -28,19 +25,17 @@ size_t SequenceLength(const std::string& text, size_t at) {
     } else {
         return 0;
     }
-    if (at + length > text.size()) return 0;
-    if (byte(at + 1) < low || byte(at + 1) > high) return 0;
+    if (length > left) return 0;
+    if (byte(1) < low || byte(1) > high) return 0;
     for (size_t i = 2; i < length; ++i) {
-        if ((byte(at + i) & 0xC0) != 0x80) return 0;
+        if ((byte(i) & 0xC0) != 0x80) return 0;
     }
     return length;
 }
 
-}  // namespace
-
 bool IsValidUtf8(const std::string& text) {
     for (size_t at = 0; at < text.size();) {
-        const size_t length = SequenceLength(text, at);
+        const size_t length = Utf8SequenceLength(text.data() + at, text.size() - at);
         if (length == 0) return false;
         at += length;
     }
@@ -65,7 +60,7 @@ std::string RepairUtf8(const std::string& text) {
     std::string repaired;
     repaired.reserve(text.size());
     for (size_t at = 0; at < text.size();) {
-        const size_t length = SequenceLength(text, at);
+        const size_t length = Utf8SequenceLength(text.data() + at, text.size() - at);
         if (length == 0) {
             repaired += "\xEF\xBF\xBD";
             ++at;

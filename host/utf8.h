@@ -4,6 +4,7 @@
 
 #include <json/json.h>
 
+#include <cstddef>
 #include <string>
 
 namespace tarvo {
@@ -11,6 +12,8 @@ namespace host {
 
 // True when `text` is well-formed UTF-8: no overlong form, no surrogate, nothing past U+10FFFF.
 bool IsValidUtf8(const std::string& text);
+// The length of the valid sequence at the start of `data` (of `left` bytes), 0 when none starts there.
+size_t Utf8SequenceLength(const char* data, size_t left);
 // True when every string and member name inside `value` is valid UTF-8 (a "\udc00"
 // escape parses into bytes that are not).
 bool HoldsValidUtf8(const Json::Value& value);

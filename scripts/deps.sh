@@ -17,7 +17,7 @@ set -euo pipefail
 
 # One line per need; a set is a list of these groups. Add a package to the group it belongs to.
 build_tools=(build-essential cmake ninja-build pkg-config)
-build_libraries=(libsqlite3-dev libxml2-dev libjsoncpp-dev libssl-dev libcurl4-openssl-dev libcpp-httplib-dev)
+build_libraries=(libsqlite3-dev libxml2-dev libjsoncpp-dev libssl-dev libcurl4-openssl-dev libcpp-httplib-dev rapidjson-dev)
 run_tools=(curl)  # the commands run.sh prints for the cloud's admin endpoint
 test_libraries=(googletest libgtest-dev libgmock-dev libbenchmark-dev)
 test_tools=(clang libclang-rt-14-dev clang-format valgrind jq sqlite3)

@@ -1,6 +1,6 @@
 // A stand-in service module for host tests. It echoes each request, throws or notifies on
-// request, and records the power states it is given so a test can read them back.
-// Calls arrive on the host's connection threads, power callbacks on the power thread;
+// request, answers with a text of a size asked for, and records the power states it is given so a test can
+// read them back. Calls arrive on the host's connection threads, power callbacks on the power thread;
 // g_powerMutex guards g_powerLog.
 #include <Sedge/Sedge.h>
 #include <bracken/ser.h>
@@ -49,6 +49,10 @@ class EchoProxy : public bracken::ser::ServiceProxy {
         if (method == "empty") return reply;
         if (method == "refuse") {
             reply.json["result"] = false;
+            return reply;
+        }
+        if (method == "sized") {
+            reply.json["text"] = std::string(message.json.get("bytes", 0).asUInt(), 'x');
             return reply;
         }
         if (method == "power-log") {

@@ -1,6 +1,7 @@
 // Eight clients calling at once through the host's socket server while power, wake-up and
-// network changes arrive. The service and the server run in this process, so ThreadSanitizer
-// sees the connection threads, the workers, the network monitor and the upload worker; the
+// network changes arrive; and a crowd of silent connections that fills a small server again and
+// again while callers, notifications and a subscriber go on. The service and the server run in this process,
+// so ThreadSanitizer sees the connection threads, the workers, the network monitor and the upload worker; the
 // cloud plays the servers from its own process.
 #include "frames.h"
 #include "socket_server.h"
@@ -18,6 +19,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <thread>
 
@@ -160,6 +162,89 @@ TEST_F(Stress, EightClientsUnderPowerAndNetworkChangesAreEachAnsweredInTimeWithJ
 
     EXPECT_TRUE(Method("is service available")["result"].asBool());
     EXPECT_GT(notifications.load(), 0);
+}
+
+TEST_F(Stress, ACrowdOfSilentConnectionsRacesWithCallersAndNotificationsAndTheSubscriberStays) {
+    // A second server with room for 12, so that the crowd fills it again and again.
+    host::ServerLimits limits;
+    limits.maxConnections = 12;
+    limits.maxSubscribers = 8;
+    // Never destroyed, as the fixture's own: its detached threads may outlive the test body.
+    auto* server = new host::SocketServer(host::FrameHandler(g_service_proxy, g_service_name), limits);
+    const std::string socket = m_root.At("/run/crowded.sock");
+    std::string error;
+    ASSERT_TRUE(server->Open(socket, error)) << error;
+    server->Serve();
+
+    const auto deadline = std::chrono::steady_clock::now() + kRunFor / 2;
+    HostClient subscriber;
+    ASSERT_TRUE(subscriber.Connect(socket));
+    ASSERT_TRUE(subscriber.SendLine(R"({"id": 0, "subscribe": true})"));
+    const auto subscribed = subscriber.ReadFrame(kAnswerBound);
+    ASSERT_TRUE(subscribed && (*subscribed)["ok"].asBool());
+
+    std::atomic<bool> done{false};
+    std::atomic<long> answered{0};
+    std::vector<std::thread> threads;
+    // Notifications from a thread of their own, while answers are written straight from readers.
+    threads.emplace_back([&] {
+        Sedge::TCMessage message;
+        message.type = "tarvodatacontrol";
+        for (int n = 0; !done; ++n) {
+            message.json["n"] = n;
+            server->Broadcast(message);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    });
+    // The crowd: bursts of silent connections, more than the server takes.
+    threads.emplace_back([&] {
+        while (!done) {
+            std::vector<std::unique_ptr<HostClient>> crowd;
+            for (int i = 0; i < 16 && !done; ++i) {
+                crowd.push_back(std::make_unique<HostClient>());
+                crowd.back()->Connect(socket);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    // Callers, each opening again a connection the crowd pushed out while it waited idle.
+    for (int k = 0; k < 3; ++k) {
+        threads.emplace_back([&, k] {
+            std::mt19937 random(100 + k);
+            auto client = std::make_unique<HostClient>();
+            client->Connect(socket);
+            for (int id = 1; !done; ++id) {
+                Json::Value frame(Json::objectValue);
+                frame["id"] = id;
+                frame["call"] = ParseText(kCalls[random() % 6]);
+                const auto answer = client->Send(frame) ? client->ReadFrame(kAnswerBound) : std::nullopt;
+                if (!answer || (*answer)["id"].isNull()) {
+                    client = std::make_unique<HostClient>();
+                    client->Connect(socket);
+                    continue;
+                }
+                EXPECT_EQ((*answer)["id"], id) << ToLine(*answer);
+                ++answered;
+            }
+        });
+    }
+    // The subscriber reads every notification, in the order they were sent, and is never closed.
+    long last = -1;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const auto frame = subscriber.ReadFrame(kAnswerBound);
+        ASSERT_TRUE(frame) << "the subscriber was closed or starved";
+        ASSERT_TRUE(frame->isMember("notification")) << ToLine(*frame);
+        const long n = (*frame)["notification"]["n"].asInt();
+        if (last >= 0) {
+            EXPECT_EQ(n, last + 1);
+        }
+        last = n;
+    }
+    done = true;
+    for (auto& thread : threads) thread.join();
+    EXPECT_GT(answered.load(), 0);
+    EXPECT_GT(last, 0);
+    server->Stop();
 }
 
 }  // namespace

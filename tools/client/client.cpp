@@ -24,6 +24,10 @@ Client::~Client() {
 }
 
 bool Client::Connect(const std::string& path) {
+    m_path = path;
+    m_closed = false;
+    m_buffer.clear();
+    m_searched = 0;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.empty() || path.size() >= sizeof(address.sun_path)) return false;
@@ -56,7 +60,8 @@ bool Client::Subscribe() {
     Json::Value frame(Json::objectValue);
     frame["subscribe"] = true;
     const auto answer = m_Request(frame);
-    return answer && answer->get("ok", false).asBool();
+    m_subscribed = answer && answer->get("ok", false).asBool();
+    return m_subscribed;
 }
 
 std::optional<Json::Value> Client::ReadFrame(std::chrono::milliseconds timeout) {
@@ -68,7 +73,20 @@ std::optional<Json::Value> Client::ReadFrame(std::chrono::milliseconds timeout) 
     return m_ReadFromSocket(timeout);
 }
 
+void Client::m_ReopenIfClosedByHost() {
+    // A subscriber's connection is never closed as idle; reopening would lose the subscription.
+    if (m_fd < 0 || m_subscribed || !m_buffer.empty()) return;
+    pollfd pfd{m_fd, POLLIN, 0};
+    if (poll(&pfd, 1, 0) <= 0) return;
+    char byte = 0;
+    if (recv(m_fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 0) return;
+    close(m_fd);
+    m_fd = -1;
+    Connect(m_path);
+}
+
 std::optional<Json::Value> Client::m_Request(Json::Value frame) {
+    m_ReopenIfClosedByHost();
     const int id = m_nextId++;
     frame["id"] = id;
     if (!m_WriteLine(CompactJson(frame))) return std::nullopt;
@@ -96,10 +114,11 @@ std::optional<Json::Value> Client::m_Request(Json::Value frame) {
 std::optional<Json::Value> Client::m_ReadFromSocket(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (true) {
-        const auto newline = m_buffer.find('\n');
+        const auto newline = m_buffer.find('\n', m_searched);
         if (newline != std::string::npos) {
             const std::string line = m_buffer.substr(0, newline);
             m_buffer.erase(0, newline + 1);
+            m_searched = 0;
             auto frame = ParseJson(line);
             if (frame && frame->isObject()) return frame;
             continue;
@@ -124,6 +143,8 @@ std::optional<Json::Value> Client::m_ReadFromSocket(std::chrono::milliseconds ti
             m_closed = true;
             continue;
         }
+        // A long line comes in many chunks: each is searched for its end once.
+        m_searched = m_buffer.size();
         m_buffer.append(chunk, static_cast<size_t>(n));
     }
 }

@@ -1,11 +1,13 @@
 // A client of tarvo-service-host: one Unix-socket connection speaking JSON lines.
 // Used from one thread. Notifications that arrive while an answer is awaited are kept
-// in m_queued and handed out by ReadFrame in the order they came.
+// in m_queued and handed out by ReadFrame in the order they came. Frames from the host may be
+// of any length (a reply is not bound by the 1 MiB a request line may take).
 #pragma once
 
 #include <json/json.h>
 
 #include <chrono>
+#include <cstddef>
 #include <deque>
 #include <optional>
 #include <string>
@@ -35,13 +37,19 @@ class Client {
 
   private:
     std::optional<Json::Value> m_Request(Json::Value frame);
+    // A busy host closes the connections that wait idle: one closed before a request is sent
+    // is opened again, as nothing was lost.
+    void m_ReopenIfClosedByHost();
     std::optional<Json::Value> m_ReadFromSocket(std::chrono::milliseconds timeout);
     bool m_WriteLine(const std::string& line);
 
     int m_fd = -1;
+    std::string m_path;
     bool m_closed = false;
+    bool m_subscribed = false;
     int m_nextId = 1;
     std::string m_buffer;
+    size_t m_searched = 0;  // m_buffer holds no newline before this
     std::deque<Json::Value> m_queued;
 };
 
