@@ -353,8 +353,12 @@ int main(int argc, char** argv) {
     for (const auto& [key, method] : methods) {
         for (const auto& [road, target] :
              {std::pair<const char*, double>{"InProcess", 2.0}, {"Socket", 3.0}}) {
-            const double value = seconds[std::string(road) + "/" + key];
-            const double floor_value = seconds[std::string(road) + "Floor/" + key];
+            // An in-process call runs whole on the calling thread, its log write included: its CPU
+            // time is its cost, which other people's builds on a shared machine do not stretch.
+            const bool in_process = std::string(road) == "InProcess";
+            const std::string suffix = in_process ? tarvo::bench::kCpuSuffix : "";
+            const double value = seconds[std::string(road) + "/" + key + suffix];
+            const double floor_value = seconds[std::string(road) + "Floor/" + key + suffix];
             if (value <= 0 || floor_value <= 0) continue;
             tarvo::bench::Figure figure;
             figure.road = "Client queries";
@@ -364,6 +368,7 @@ int main(int argc, char** argv) {
             figure.floor = 1 / floor_value;
             figure.higherIsBetter = true;
             figure.target = target;
+            if (in_process) figure.note = "per second of the calling thread's CPU time";
             tarvo::bench::Emit(options, figure);
         }
     }

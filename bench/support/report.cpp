@@ -13,6 +13,8 @@
 namespace tarvo {
 namespace bench {
 
+const char* const kCpuSuffix = "#cpu";
+
 namespace {
 
 class Collector : public benchmark::ConsoleReporter {
@@ -27,8 +29,9 @@ class Collector : public benchmark::ConsoleReporter {
             if (run.error_occurred) continue;
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             if (!median && (run.run_type != Run::RT_Iteration || run.iterations == 0)) continue;
-            m_seconds[run.run_name.function_name] =
-                run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            const double unit = benchmark::GetTimeUnitMultiplier(run.time_unit);
+            m_seconds[run.run_name.function_name] = run.GetAdjustedRealTime() / unit;
+            m_seconds[run.run_name.function_name + kCpuSuffix] = run.GetAdjustedCPUTime() / unit;
         }
     }
 

@@ -39,7 +39,9 @@ double Ratio(const Figure& figure);
 void Emit(const Options& options, const Figure& figure);
 
 // Runs the registered Google Benchmarks (argv carries their flags; --quick adds a tiny minimum
-// time) and gives each one's mean real time per iteration in seconds, by name.
+// time) and gives each one's median real time per iteration in seconds, by name, and its median
+// CPU time of the benchmark's thread under the name + kCpuSuffix.
+extern const char* const kCpuSuffix;
 std::map<std::string, double> RunBenchmarks(int argc, char** argv, const Options& options);
 
 // The median of `samples` (in place).

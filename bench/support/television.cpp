@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -559,6 +560,23 @@ double CpuSeconds(pid_t pid) {
         }
     }
     return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+double ThreadsCpuSeconds(pid_t pid) {
+    unsigned long long total = 0;
+    std::error_code ec;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", ec)) {
+        std::ifstream in(task.path() / "schedstat");
+        unsigned long long on_cpu = 0;
+        if (in >> on_cpu) total += on_cpu;
+    }
+    return static_cast<double>(total) / 1e9;
+}
+
+double CallingThreadCpuSeconds() {
+    struct timespec now {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
 long ResidentKiB(pid_t pid, const char* field) {

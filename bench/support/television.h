@@ -155,8 +155,13 @@ void LetFilesSettle();
 // be without the log's writes (a diagnosis, never a figure of the table).
 void LogToNullIfAsked(const std::string& root);
 
-// User and system CPU seconds a process has used so far, from /proc/PID/stat.
+// User and system CPU seconds a process has used so far, from /proc/PID/stat (in clock ticks).
 double CpuSeconds(pid_t pid);
+// CPU seconds the live threads of a process have used so far, to the nanosecond
+// (/proc/PID/task/*/schedstat): fine enough for one round. A thread that ended is not counted.
+double ThreadsCpuSeconds(pid_t pid);
+// CPU seconds the calling thread has used so far.
+double CallingThreadCpuSeconds();
 
 // Peak and current resident memory of a process, in KiB, from /proc/PID/status.
 long ResidentKiB(pid_t pid, const char* field /* "VmHWM" or "VmRSS" */);
