@@ -301,16 +301,20 @@ int main(int argc, char** argv) {
     for (Json::UInt i = 0; i < number["number"].asUInt(); ++i) {
         state.listed.push_back(FromReply(CallInProcess(Request(Query::kByOrder, i))));
     }
-    if (state.listed.size() != tarvo::bench::ListedCount()) {
+    if (state.listed.size() != tarvo::bench::StoredListedCount()) {
         std::fprintf(stderr, "bench_queries: the store lists %zu records, not %zu\n", state.listed.size(),
-                     tarvo::bench::ListedCount());
+                     tarvo::bench::StoredListedCount());
         return 1;
     }
     size_t text_bytes = 0;
     for (const Record& record : state.listed) text_bytes += record.details.size();
     std::printf("store: %zu records listed, %zu KB of details\n", state.listed.size(), text_bytes / 1024);
+    // At most 21 indexes, spread over the list: with thousands of records each call copies them all,
+    // and the cost of one call does not depend on the index it asks for.
+    const size_t asked = std::min<size_t>(state.listed.size(), 21);
     for (int q = 0; q < 3; ++q) {
-        for (size_t i = 0; i < state.listed.size(); ++i) {
+        for (size_t k = 0; k < asked; ++k) {
+            const size_t i = k * state.listed.size() / asked;
             state.requests[q].push_back(Request(static_cast<Query>(q), i));
             Json::Value frame(Json::objectValue);
             frame["id"] = 1;

@@ -14,11 +14,13 @@ namespace tarvo {
 namespace bench {
 
 struct Options {
-    bool quick = false;  // a tiny iteration count: proves the program runs, measures nothing
-    std::string report;  // JSON lines appended here, one per figure
+    bool quick = false;   // a tiny iteration count: proves the program runs, measures nothing
+    std::string report;   // JSON lines appended here, one per figure
+    size_t records = 21;  // how many records the data set and the store hold (see television.h)
 };
 
-// Takes --quick and --report FILE out of argv (TARVO_BENCH_REPORT also names the file).
+// Takes --quick, --report FILE and --records N out of argv (TARVO_BENCH_REPORT also names the
+// file, TARVO_BENCH_RECORDS the count); the count is set for the whole program.
 Options ParseOptions(int& argc, char** argv);
 
 // One measured figure and the floor measured beside it in the same run. Times are per operation.
