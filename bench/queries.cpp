@@ -280,16 +280,20 @@ int main(int argc, char** argv) {
     for (Json::UInt i = 0; i < number["number"].asUInt(); ++i) {
         state.listed.push_back(FromReply(CallInProcess(Request(Query::kByOrder, i))));
     }
-    if (state.listed.size() != tarvo::bench::ListedCount()) {
+    if (state.listed.size() != tarvo::bench::StoredListedCount()) {
         std::fprintf(stderr, "bench_queries: the store lists %zu records, not %zu\n", state.listed.size(),
-                     tarvo::bench::ListedCount());
+                     tarvo::bench::StoredListedCount());
         return 1;
     }
     size_t text_bytes = 0;
     for (const Record& record : state.listed) text_bytes += record.details.size();
     std::printf("store: %zu records listed, %zu KB of details\n", state.listed.size(), text_bytes / 1024);
+    // At most 21 indexes, spread over the list: with thousands of records each call copies them all,
+    // and the cost of one call does not depend on the index it asks for.
+    const size_t asked = std::min<size_t>(state.listed.size(), 21);
     for (int q = 0; q < 3; ++q) {
-        for (size_t i = 0; i < state.listed.size(); ++i) {
+        for (size_t k = 0; k < asked; ++k) {
+            const size_t i = k * state.listed.size() / asked;
             state.requests[q].push_back(Request(static_cast<Query>(q), i));
             Json::Value frame(Json::objectValue);
             frame["id"] = 1;
@@ -332,8 +336,12 @@ int main(int argc, char** argv) {
                                                            {"by_term_id", "get disclaimer by term id"}};
     for (const auto& [key, method] : methods) {
         for (const auto& [road, target] : {std::pair<const char*, double>{"InProcess", 2.0}}) {
-            const double value = seconds[std::string(road) + "/" + key];
-            const double floor_value = seconds[std::string(road) + "Floor/" + key];
+            // An in-process call runs whole on the calling thread, its log write included: its CPU
+            // time is its cost, which other people's builds on a shared machine do not stretch.
+            const bool in_process = std::string(road) == "InProcess";
+            const std::string suffix = in_process ? tarvo::bench::kCpuSuffix : "";
+            const double value = seconds[std::string(road) + "/" + key + suffix];
+            const double floor_value = seconds[std::string(road) + "Floor/" + key + suffix];
             if (value <= 0 || floor_value <= 0) continue;
             tarvo::bench::Figure figure;
             figure.road = "Client queries";
@@ -343,6 +351,7 @@ int main(int argc, char** argv) {
             figure.floor = 1 / floor_value;
             figure.higherIsBetter = true;
             figure.target = target;
+            if (in_process) figure.note = "per second of the calling thread's CPU time";
             tarvo::bench::Emit(options, figure);
         }
     }

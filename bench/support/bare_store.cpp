@@ -69,7 +69,7 @@ std::vector<Row> BareStore::m_Rows(const char* sql) {
 }
 
 std::vector<Row> BareStore::DisclaimerRows() {
-    return m_Rows((std::string("SELECT * FROM ") + kDisclaimerTable).c_str());
+    return m_Rows((std::string("SELECT * FROM ") + kDisclaimerTable + " ORDER BY 1").c_str());
 }
 
 std::vector<Row> BareStore::InfoRows() { return m_Rows("SELECT * FROM table_tarvo_data_control_info"); }
@@ -98,6 +98,36 @@ bool BareStore::UpdateDisclaimer(const Row& row) {
         return false;
     }
     return true;
+}
+
+namespace {
+
+int Bind(sqlite3_stmt* statement, int index, const Cell& cell) {
+    if (cell.type == SQLITE_INTEGER) return sqlite3_bind_int64(statement, index, cell.integer);
+    if (cell.type == SQLITE_TEXT) {
+        return sqlite3_bind_text(statement, index, cell.text.data(), static_cast<int>(cell.text.size()),
+                                 SQLITE_STATIC);
+    }
+    return sqlite3_bind_null(statement, index);
+}
+
+}  // namespace
+
+bool BareStore::InsertDisclaimers(const std::vector<Row>& rows) {
+    std::string insert = std::string("INSERT INTO ") + kDisclaimerTable + " VALUES (";
+    for (size_t i = 0; i < m_columns.size(); ++i) insert += (i > 0 ? ", ?" : "?") + std::to_string(i + 1);
+    insert += ")";
+    sqlite3_stmt* statement = nullptr;
+    bool done = sqlite3_exec(m_db, "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK &&
+                sqlite3_prepare_v2(m_db, insert.c_str(), -1, &statement, nullptr) == SQLITE_OK;
+    for (size_t r = 0; done && r < rows.size(); ++r) {
+        sqlite3_reset(statement);
+        for (size_t i = 0; i < rows[r].size(); ++i) Bind(statement, static_cast<int>(i + 1), rows[r][i]);
+        done = sqlite3_step(statement) == SQLITE_DONE;
+    }
+    if (!done) m_error = sqlite3_errmsg(m_db);
+    sqlite3_finalize(statement);
+    return sqlite3_exec(m_db, done ? "COMMIT" : "ROLLBACK", nullptr, nullptr, nullptr) == SQLITE_OK && done;
 }
 
 bool BareStore::UpdateInfo(long long key, const std::string& value) {

@@ -36,6 +36,8 @@ class BareStore {
     int Column(const std::string& name);
     // Writes every column of `row` to the row of its id: one autocommit UPDATE.
     bool UpdateDisclaimer(const Row& row);
+    // Adds `rows` as new rows of the disclaimer table, in one transaction (a set-up step, not a floor).
+    bool InsertDisclaimers(const std::vector<Row>& rows);
     // Sets the info table's value of `key`: one autocommit UPDATE.
     bool UpdateInfo(long long key, const std::string& value);
     const std::string& Error() const { return m_error; }

@@ -1,5 +1,7 @@
 #include "report.h"
 
+#include "television.h"
+
 #include <json/json.h>
 #include <unistd.h>
 
@@ -12,6 +14,8 @@
 
 namespace tarvo {
 namespace bench {
+
+const char* const kCpuSuffix = "#cpu";
 
 namespace {
 
@@ -27,8 +31,9 @@ class Collector : public benchmark::ConsoleReporter {
             if (run.error_occurred) continue;
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             if (!median && (run.run_type != Run::RT_Iteration || run.iterations == 0)) continue;
-            m_seconds[run.run_name.function_name] =
-                run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            const double unit = benchmark::GetTimeUnitMultiplier(run.time_unit);
+            m_seconds[run.run_name.function_name] = run.GetAdjustedRealTime() / unit;
+            m_seconds[run.run_name.function_name + kCpuSuffix] = run.GetAdjustedCPUTime() / unit;
         }
     }
 
@@ -41,18 +46,24 @@ class Collector : public benchmark::ConsoleReporter {
 Options ParseOptions(int& argc, char** argv) {
     Options options;
     if (const char* file = std::getenv("TARVO_BENCH_REPORT")) options.report = file;
+    if (const char* records = std::getenv("TARVO_BENCH_RECORDS"))
+        options.records = std::strtoul(records, nullptr, 10);
     int kept = 1;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--quick") == 0) {
             options.quick = true;
         } else if (std::strcmp(argv[i], "--report") == 0 && i + 1 < argc) {
             options.report = argv[++i];
+        } else if (std::strcmp(argv[i], "--records") == 0 && i + 1 < argc) {
+            options.records = std::strtoul(argv[++i], nullptr, 10);
         } else {
             argv[kept++] = argv[i];
         }
     }
     argc = kept;
     argv[argc] = nullptr;
+    SetRecords(options.records);
+    options.records = Records();
     return options;
 }
 
@@ -81,6 +92,7 @@ void Emit(const Options& options, const Figure& figure) {
     line["target"] = figure.target;
     line["meets"] = meets;
     line["quick"] = options.quick;
+    line["records"] = Json::UInt64(options.records);
     if (!figure.note.empty()) line["note"] = figure.note;
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";

@@ -14,11 +14,13 @@ namespace tarvo {
 namespace bench {
 
 struct Options {
-    bool quick = false;  // a tiny iteration count: proves the program runs, measures nothing
-    std::string report;  // JSON lines appended here, one per figure
+    bool quick = false;   // a tiny iteration count: proves the program runs, measures nothing
+    std::string report;   // JSON lines appended here, one per figure
+    size_t records = 21;  // how many records the data set and the store hold (see television.h)
 };
 
-// Takes --quick and --report FILE out of argv (TARVO_BENCH_REPORT also names the file).
+// Takes --quick, --report FILE and --records N out of argv (TARVO_BENCH_REPORT also names the
+// file, TARVO_BENCH_RECORDS the count); the count is set for the whole program.
 Options ParseOptions(int& argc, char** argv);
 
 // One measured figure and the floor measured beside it in the same run. Times are per operation.
@@ -39,7 +41,9 @@ double Ratio(const Figure& figure);
 void Emit(const Options& options, const Figure& figure);
 
 // Runs the registered Google Benchmarks (argv carries their flags; --quick adds a tiny minimum
-// time) and gives each one's mean real time per iteration in seconds, by name.
+// time) and gives each one's median real time per iteration in seconds, by name, and its median
+// CPU time of the benchmark's thread under the name + kCpuSuffix.
+extern const char* const kCpuSuffix;
 std::map<std::string, double> RunBenchmarks(int argc, char** argv, const Options& options);
 
 // The median of `samples` (in place).

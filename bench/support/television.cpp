@@ -1,5 +1,7 @@
 #include "television.h"
 
+#include "bare_store.h"
+
 #include <tarvo/platform.h>
 #include <vconf.h>
 
@@ -11,10 +13,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -175,13 +180,34 @@ const std::vector<std::string>& DisclaimerIds() {
 
 size_t ListedCount() { return DisclaimerIds().size() - 5; }
 
+namespace {
+size_t g_records = 21;
+}  // namespace
+
+void SetRecords(size_t records) { g_records = std::max(records, DisclaimerIds().size()); }
+
+size_t Records() { return g_records; }
+
+std::vector<std::string> ExtraIds() {
+    std::vector<std::string> ids;
+    for (size_t i = 1; i + DisclaimerIds().size() <= g_records; ++i) {
+        char id[32];
+        std::snprintf(id, sizeof id, "extra_%04zu", i);
+        ids.push_back(id);
+    }
+    return ids;
+}
+
+size_t StoredListedCount() { return ListedCount() + ExtraIds().size(); }
+
 bool WriteDataSet(const std::string& dir) {
     Json::Value set(Json::objectValue);
     set["country"] = "US";
     set["set_id"] = "BENCH-US-2024";
     set["reverseOSD"] = "false";
     set["disclaimers"] = Json::Value(Json::arrayValue);
-    const auto& ids = DisclaimerIds();
+    std::vector<std::string> ids = DisclaimerIds();
+    for (const std::string& extra : ExtraIds()) ids.push_back(extra);
     for (size_t i = 0; i < ids.size(); ++i) {
         Json::Value disclaimer(Json::objectValue);
         disclaimer["id"] = ids[i];
@@ -294,6 +320,10 @@ bool SetNetwork(const TempDir& root, bool up) {
 bool PrepareTelevision(const TempDir& root, const std::string& openapi_url, bool network_up) {
     setenv("TARVO_ROOT", root.Path().c_str(), 1);
     if (!tarvo::platform::PrepareRoot(root.Path())) return false;
+    // The answer of 2,000 records is about 37 MB, above the HTTP client's default bound.
+    Json::Value profile = tarvo::platform::LoadDeviceProfile().value_or(Json::Value(Json::objectValue));
+    profile["curl"]["max_body"] = Json::Int64(1) << 30;
+    if (!tarvo::platform::SaveDeviceProfile(profile)) return false;
     const std::pair<const char*, std::string> keys[] = {
         {"db/nimbra/gpmurl/apps", openapi_url},    {"db/nimbra/countrycode", "US"},
         {"db/nimbra/modelid", "TRV55BENCH"},       {"db/nimbra/duid", "DUID-BENCH-0001"},
@@ -507,7 +537,38 @@ bool SeededTelevision(const TempDir& root, const std::string& data_dir, Cloud& c
         error = "cannot set the server URL";
         return false;
     }
-    return SeedStore(root, error);
+    return SeedStore(root, error) && AddExtraRows(root, error);
+}
+
+bool AddExtraRows(const TempDir& root, std::string& error) {
+    const std::vector<std::string> extras = ExtraIds();
+    if (extras.empty()) return true;
+    BareStore store;
+    if (!store.Open(root.At(kStoreFile))) {
+        error = store.Error();
+        return false;
+    }
+    const int order = store.Column("disorder");
+    Row model;
+    for (const Row& row : store.DisclaimerRows()) {
+        if (row[0].text == "viewing") model = row;
+    }
+    if (model.empty() || order < 0) {
+        error = "no row of viewing to copy in " + root.At(kStoreFile);
+        return false;
+    }
+    std::vector<Row> rows;
+    for (size_t i = 0; i < extras.size(); ++i) {
+        Row row = model;
+        row[0].text = extras[i];
+        row[static_cast<size_t>(order)].integer = static_cast<long long>(DisclaimerIds().size() + i);
+        rows.push_back(std::move(row));
+    }
+    if (!store.InsertDisclaimers(rows)) {
+        error = "cannot add the extra rows: " + store.Error();
+        return false;
+    }
+    return true;
 }
 
 bool SeedStore(const TempDir& root, std::string& error) {
@@ -559,6 +620,23 @@ double CpuSeconds(pid_t pid) {
         }
     }
     return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+double ThreadsCpuSeconds(pid_t pid) {
+    unsigned long long total = 0;
+    std::error_code ec;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", ec)) {
+        std::ifstream in(task.path() / "schedstat");
+        unsigned long long on_cpu = 0;
+        if (in >> on_cpu) total += on_cpu;
+    }
+    return static_cast<double>(total) / 1e9;
+}
+
+double CallingThreadCpuSeconds() {
+    struct timespec now {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
 long ResidentKiB(pid_t pid, const char* field) {

@@ -46,8 +46,16 @@ const std::vector<std::string>& DisclaimerIds();
 // How many of them requester 4 (all) lists on the default profile: neither the two common items
 // nor the three that need UHD remote management.
 size_t ListedCount();
-// Writes DIR/openapi/US.json: 21 records with texts in English and French, each language's
-// "disclaimers" answer about 400 KB.
+// How many records a run works on (--records N, at least 21; 21 by default): the data set and the
+// seeded store hold the 21 known ones and N - 21 more, "extra_0001"..., each as large as the others.
+void SetRecords(size_t records);
+size_t Records();
+std::vector<std::string> ExtraIds();
+// What requester 4 lists from a seeded store: ListedCount() and every extra record.
+size_t StoredListedCount();
+// Writes DIR/openapi/US.json: Records() records with texts in English and French, each language's
+// "disclaimers" answer about 18.5 KB a record (about 400 KB for 21). A sync keeps only the 21 known
+// ones, but reads them all and keeps the whole answer.
 bool WriteDataSet(const std::string& dir);
 
 // tarvo-cloud on loopback, serving `data_dir`, the profile at ROOT/etc/tarvo/device.json pointed at
@@ -142,9 +150,13 @@ class LogTail {
 // Fills ROOT's store the way a television does: the host starts with the network up, takes the
 // cloud's set and uploads the answers; the host is then stopped.
 bool SeedStore(const TempDir& root, std::string& error);
+// Writes the extra records into ROOT's store as rows of their own, with the host stopped.
+bool AddExtraRows(const TempDir& root, std::string& error);
 
 // WriteDataSet into `data_dir`, PrepareTelevision, the cloud started on `data_dir` and SeedStore: a
-// root whose store holds the 21 records, network down, with the cloud still running.
+// root whose store holds the 21 records, network down, with the cloud still running. The extra
+// records, which no sync stores, are then written into the store as rows of their own (copies of a
+// listed record under their ids), so that the service loads Records() records at its start.
 bool SeededTelevision(const TempDir& root, const std::string& data_dir, Cloud& cloud, std::string& error);
 
 // Waits until files written by the set-up are older than the platform's settling time: until then
@@ -155,8 +167,13 @@ void LetFilesSettle();
 // be without the log's writes (a diagnosis, never a figure of the table).
 void LogToNullIfAsked(const std::string& root);
 
-// User and system CPU seconds a process has used so far, from /proc/PID/stat.
+// User and system CPU seconds a process has used so far, from /proc/PID/stat (in clock ticks).
 double CpuSeconds(pid_t pid);
+// CPU seconds the live threads of a process have used so far, to the nanosecond
+// (/proc/PID/task/*/schedstat): fine enough for one round. A thread that ended is not counted.
+double ThreadsCpuSeconds(pid_t pid);
+// CPU seconds the calling thread has used so far.
+double CallingThreadCpuSeconds();
 
 // Peak and current resident memory of a process, in KiB, from /proc/PID/status.
 long ResidentKiB(pid_t pid, const char* field /* "VmHWM" or "VmRSS" */);

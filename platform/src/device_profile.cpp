@@ -7,7 +7,11 @@
 
 #include <dlog.h>
 
+#include <array>
+#include <charconv>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -43,19 +47,24 @@ const std::string& ProfilePath() {
     return path;
 }
 
-// The profile on disk now: read and parsed only when the file changed since the last call.
-std::shared_ptr<const Json::Value> CurrentProfile() {
-    // Within one client call the profile is looked at once (see CallScope): a call asks for one
-    // value per record, and even the path's check of TARVO_ROOT shows at that rate.
-    struct CallProfile {
-        detail::CallStamp stamp;
-        std::shared_ptr<const Json::Value> profile;
+// What one client call has looked at: the profile and the members found in it so far.
+struct CallProfile {
+    detail::CallStamp stamp;
+    std::shared_ptr<const Json::Value> profile;
+    struct Found {
+        const char* object = nullptr;  // the member's name, or the object's for a keyed member
+        int key = -1;                  // -1: profile[object] itself
+        const Json::Value* member = nullptr;
     };
-    thread_local CallProfile held;
-    const detail::CallStamp now = detail::CallStamp::Now();
-    if (now.call != 0 && held.stamp == now) return held.profile;
+    // A call asks for a handful of members (hotel mode, three capabilities), once per record.
+    std::array<Found, 16> found;
+    size_t count = 0;
+};
+
+// The profile on disk now: read and parsed only when the file changed since the last call.
+std::shared_ptr<const Json::Value> ReadProfile() {
     const std::string& path = ProfilePath();
-    auto read = Profiles().Get(path, [&path](const std::string& text) -> std::shared_ptr<const Json::Value> {
+    return Profiles().Get(path, [&path](const std::string& text) -> std::shared_ptr<const Json::Value> {
         std::optional<Json::Value> profile;
         // JsonCpp refuses nesting deeper than its stack limit by throwing; that text is no profile.
         try {
@@ -70,8 +79,64 @@ std::shared_ptr<const Json::Value> CurrentProfile() {
         }
         return std::make_shared<const Json::Value>(std::move(*profile));
     });
-    if (now.call != 0) held = CallProfile{now, read};
-    return read;
+}
+
+// The calling thread's memo for the current call, or null outside a call. Within one client call
+// the profile is looked at once (see CallScope): a call asks for one value per record, and even
+// the path's check of TARVO_ROOT shows at that rate.
+CallProfile* HeldForCall() {
+    thread_local CallProfile held;
+    const detail::CallStamp now = detail::CallStamp::Now();
+    if (now.call == 0) return nullptr;
+    if (held.stamp == now) return &held;
+    // Cleared before the read: a profile read that fails leaves no member of the last call behind.
+    for (size_t i = 0; i < held.count; ++i) held.found[i] = CallProfile::Found{};
+    held.count = 0;
+    held.profile = ReadProfile();
+    held.stamp = now;
+    return &held;
+}
+
+std::shared_ptr<const Json::Value> CurrentProfile() {
+    if (CallProfile* held = HeldForCall()) return held->profile;
+    return ReadProfile();
+}
+
+// object[key] when `object` is a JSON object holding a non-null `key`; one look-up, no copy.
+const Json::Value* Member(const Json::Value& object, const char* begin, const char* end) {
+    if (!object.isObject()) return nullptr;
+    const Json::Value* member = object.find(begin, end);
+    return member != nullptr && !member->isNull() ? member : nullptr;
+}
+
+const Json::Value* Find(const Json::Value* profile, const char* object, int key) {
+    if (profile == nullptr) return nullptr;
+    const Json::Value* member = Member(*profile, object, object + std::strlen(object));
+    if (member != nullptr && key >= 0) {
+        char digits[16];
+        const auto written = std::to_chars(digits, digits + sizeof digits, key);
+        member = Member(*member, digits, written.ptr);
+    }
+    return member;
+}
+
+detail::MemberRef FindForCall(const char* object, int key) {
+    CallProfile* held = HeldForCall();
+    if (held == nullptr) {
+        auto profile = ReadProfile();
+        const Json::Value* member = Find(profile.get(), object, key);
+        return member != nullptr ? detail::MemberRef(member, std::move(profile)) : detail::MemberRef();
+    }
+    for (size_t i = 0; i < held->count; ++i) {
+        const CallProfile::Found& found = held->found[i];
+        if (found.key == key && std::strcmp(found.object, object) == 0)
+            return detail::MemberRef(found.member, nullptr);
+    }
+    const Json::Value* member = Find(held->profile.get(), object, key);
+    // Names are the platform's literals, which outlive the call.
+    if (held->count < held->found.size())
+        held->found[held->count++] = CallProfile::Found{object, key, member};
+    return detail::MemberRef(member, nullptr);
 }
 
 }  // namespace
@@ -91,20 +156,10 @@ bool SaveDeviceProfile(const Json::Value& profile) {
 
 namespace detail {
 
-namespace {
-
-// object[key] when `object` is a JSON object holding a non-null `key`; one look-up.
-const Json::Value* Member(const Json::Value& object, const std::string& key) {
-    if (!object.isObject()) return nullptr;
-    const Json::Value* member = object.find(key.data(), key.data() + key.size());
-    return member != nullptr && !member->isNull() ? member : nullptr;
-}
-
-}  // namespace
-
 std::optional<Json::Value> ProfileMember(const std::string& name) {
     const auto profile = CurrentProfile();
-    const Json::Value* member = profile != nullptr ? Member(*profile, name) : nullptr;
+    const Json::Value* member =
+        profile != nullptr ? Member(*profile, name.data(), name.data() + name.size()) : nullptr;
     if (member == nullptr) return std::nullopt;
     return *member;
 }
@@ -112,11 +167,29 @@ std::optional<Json::Value> ProfileMember(const std::string& name) {
 std::optional<Json::Value> ProfileMember(const std::string& object, const std::string& key) {
     const auto profile = CurrentProfile();
     // Looked up in place: only the one value is copied out.
-    const Json::Value* outer = profile != nullptr ? Member(*profile, object) : nullptr;
-    const Json::Value* member = outer != nullptr ? Member(*outer, key) : nullptr;
+    const Json::Value* outer =
+        profile != nullptr ? Member(*profile, object.data(), object.data() + object.size()) : nullptr;
+    const Json::Value* member =
+        outer != nullptr ? Member(*outer, key.data(), key.data() + key.size()) : nullptr;
     if (member == nullptr) return std::nullopt;
     return *member;
 }
+
+char* MallocString(const Json::Value& text) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (!text.isString() || !text.getString(&begin, &end)) return nullptr;
+    const size_t length = static_cast<size_t>(end - begin);
+    auto* copy = static_cast<char*>(std::malloc(length + 1));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, begin, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+MemberRef ProfileMemberRef(const char* name) { return FindForCall(name, -1); }
+
+MemberRef ProfileMemberRef(const char* object, int key) { return FindForCall(object, key); }
 
 }  // namespace detail
 }  // namespace platform

@@ -3,11 +3,9 @@
 
 #include "device_profile.h"
 
-#include <string>
-
 int GetData(int id, FactoryData* data) {
     if (data == nullptr) return 0;
-    auto member = tarvo::platform::detail::ProfileMember("factory_data", std::to_string(id));
+    const auto member = tarvo::platform::detail::ProfileMemberRef("factory_data", id);
     if (!member || !member->isInt()) return 0;
     data->i_val = member->asInt();
     return 1;

@@ -6,9 +6,9 @@
 
 extern "C" int hesper_get_quorbase_ver(char** value) {
     if (value == nullptr) return -1;
-    auto member = tarvo::platform::detail::ProfileMember("firm_code");
+    const auto member = tarvo::platform::detail::ProfileMemberRef("firm_code");
     if (!member || !member->isString()) return -1;
-    char* copy = tarvo::platform::detail::MallocCopy(member->asString());
+    char* copy = tarvo::platform::detail::MallocString(*member);
     if (copy == nullptr) return -1;
     *value = copy;
     return 0;

@@ -7,11 +7,11 @@
 #include "file_util.h"
 
 using tarvo::platform::detail::MallocCopy;
-using tarvo::platform::detail::ProfileMember;
+using tarvo::platform::detail::ProfileMemberRef;
 
 extern "C" int nimbra_get_countrylist(char** text) {
     if (text == nullptr) return -1;
-    auto member = ProfileMember("country_list");
+    const auto member = ProfileMemberRef("country_list");
     if (!member) return -1;
     // A string goes out as written, so that a test can hand out text that is no JSON.
     const std::string out =
@@ -24,7 +24,7 @@ extern "C" int nimbra_get_countrylist(char** text) {
 
 extern "C" int nimbra_get_term_error(char** value) {
     if (value == nullptr) return -1;
-    auto member = ProfileMember("term_error");
+    const auto member = ProfileMemberRef("term_error");
     if (!member) return -1;
     const std::string out =
         member->isString() ? member->asString() : tarvo::platform::detail::CompactJson(*member);

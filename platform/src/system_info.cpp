@@ -4,13 +4,11 @@
 #include "device_profile.h"
 #include "file_util.h"
 
-#include <string>
-
-using tarvo::platform::detail::ProfileMember;
+using tarvo::platform::detail::ProfileMemberRef;
 
 extern "C" int system_info_get_value_bool(system_info_key_e key, bool* value) {
     if (value == nullptr) return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
-    auto member = ProfileMember("system_info", std::to_string(key));
+    const auto member = ProfileMemberRef("system_info", static_cast<int>(key));
     if (!member) return SYSTEM_INFO_ERROR_IO_ERROR;
     if (!member->isBool()) return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     *value = member->asBool();
@@ -19,10 +17,10 @@ extern "C" int system_info_get_value_bool(system_info_key_e key, bool* value) {
 
 extern "C" int system_info_get_value_string(system_info_key_e key, char** value) {
     if (value == nullptr) return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
-    auto member = ProfileMember("system_info", std::to_string(key));
+    const auto member = ProfileMemberRef("system_info", static_cast<int>(key));
     if (!member) return SYSTEM_INFO_ERROR_IO_ERROR;
     if (!member->isString()) return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
-    char* copy = tarvo::platform::detail::MallocCopy(member->asString());
+    char* copy = tarvo::platform::detail::MallocString(*member);
     if (copy == nullptr) return SYSTEM_INFO_ERROR_IO_ERROR;
     *value = copy;
     return SYSTEM_INFO_ERROR_NONE;

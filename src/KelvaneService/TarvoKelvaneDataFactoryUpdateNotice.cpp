@@ -1,6 +1,7 @@
 // The update notice: which disclaimer set applies and the version of each disclaimer, compared
 // with the store to decide whether the full disclaimers must be fetched.
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 
 #include "TarvoExternalData.h"
@@ -20,7 +21,9 @@ bool CTarvoKelvaneDataFactory::m_ParseAnswer(const char* text, Json::Value& root
     bool parsed = false;
     // The reader gives up on nesting too deep for it by throwing; that text is no answer either.
     try {
-        parsed = reader.parse(std::string(text != nullptr ? text : ""), root, true);
+        // Parsed where it lies: the string form would copy the answer twice (tens of MB at most).
+        const char* begin = text != nullptr ? text : "";
+        parsed = reader.parse(begin, begin + strlen(begin), root, true);
     } catch (const std::exception&) {
         parsed = false;
     }

@@ -43,6 +43,9 @@ httplib::Server& Listeners::Add(const std::string& name, int port, std::unique_p
         int yes = 1;
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
     });
+    // Headers and body go out in separate writes; with Nagle the body waits for the client's
+    // delayed ACK (about 40 ms a request). Accepted sockets inherit the option on Linux.
+    entry.server->set_tcp_nodelay(true);
     m_entries.push_back(std::move(entry));
     return *m_entries.back().server;
 }

@@ -3,6 +3,7 @@
 #include <net_connection.h>
 #include <nimbra.h>
 #include <system_info.h>
+#include <tarvo/call_scope.h>
 #include <tarvo/platform.h>
 #include <vconf.h>
 
@@ -70,6 +71,61 @@ TEST(DeviceProfile, MissingNullOrMistypedMembersFailAndLeaveOutputsAlone) {
     EXPECT_EQ(GetData(166, &data), 0);
     nimbra_get_countrylist(&text);
     EXPECT_EQ(text, nullptr);
+}
+
+// Inside a client call each member is looked up once: every key keeps its own value, another
+// process's edit waits for the next call, and an edit by this process shows at once.
+TEST(DeviceProfile, ACallKeepsEachMemberApartAndSeesItsOwnProcesssEdits) {
+    TempRoot root;
+    root.EditProfile([](Json::Value& p) {
+        p["factory_data"]["112"] = 1;
+        p["factory_data"]["166"] = 0;
+        p["system_info"]["282"] = false;
+    });
+    const auto hotel = [] {
+        FactoryData data{};
+        return GetData(112, &data) != 0 ? data.i_val : -1;
+    };
+    const auto flag = [](int key) {
+        bool value = false;
+        return system_info_get_value_bool(static_cast<system_info_key_e>(key), &value) == 0 && value;
+    };
+    const auto firm = [] {
+        char* text = nullptr;
+        return hesper_get_quorbase_ver(&text) == 0 ? Take(text) : std::string("(failed)");
+    };
+    Json::Value edited = root.Profile();
+    edited["factory_data"]["112"] = 0;
+    edited["system_info"]["282"] = true;
+    edited["firm_code"] = "T-OTHER-2";
+    {
+        tarvo::platform::CallScope call;
+        for (int round = 0; round < 2; ++round) {
+            EXPECT_EQ(hotel(), 1);
+            FactoryData mode{};
+            EXPECT_EQ(GetData(166, &mode), 1);
+            EXPECT_EQ(mode.i_val, 0);
+            EXPECT_TRUE(flag(13));
+            EXPECT_FALSE(flag(282));
+            EXPECT_TRUE(flag(61));
+        }
+        const std::string before = firm();
+        tarvo::test::WriteFile(tarvo::platform::DeviceProfilePath(), edited.toStyledString());
+        EXPECT_EQ(hotel(), 1);
+        EXPECT_FALSE(flag(282));
+        EXPECT_EQ(firm(), before);
+        edited["factory_data"]["112"] = 2;
+        ASSERT_TRUE(tarvo::platform::SaveDeviceProfile(edited));
+        EXPECT_EQ(hotel(), 2);
+        EXPECT_TRUE(flag(282));
+        EXPECT_EQ(firm(), "T-OTHER-2");
+    }
+    edited["factory_data"]["112"] = 0;
+    tarvo::test::WriteFile(tarvo::platform::DeviceProfilePath(), edited.toStyledString());
+    EXPECT_TRUE(tarvo::test::WaitUntil([&] { return hotel() == 0; }, std::chrono::seconds(3)));
+    tarvo::platform::CallScope next;
+    EXPECT_EQ(hotel(), 0);
+    EXPECT_TRUE(flag(282));
 }
 
 int NetworkStatus() {
