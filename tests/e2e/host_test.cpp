@@ -90,10 +90,12 @@ TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpe
         {R"({"id": 4, "control": "wakeup", "state": "7"})", 4,
          R"(member "state" must be a whole number from -2147483648 to 2147483647, got a string)"},
         {sized(13, 1024 * 1024 + 1), Json::Value(), "", true},
-        // Not UTF-8: overlong, a surrogate, cut short, an escaped lone surrogate.
-        {"{\"id\": \"\xc0\xaf\", \"call\": {}}", Json::Value(), "UTF-8", true},
-        {"{\"id\": \"\xed\xa0\x80\", \"call\": {}}", Json::Value(), "UTF-8", true},
-        {"{\"id\": \"\xe2\x82\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        // Not UTF-8: overlong, a surrogate, cut short, in a comment JsonCpp skips, an escaped
+        // lone surrogate.
+        {"{\"id\": \"\xc0\xaf\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
+        {"{\"id\": \"\xed\xa0\x80\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
+        {"{\"id\": \"\xe2\x82\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
+        {"{\"id\": 15, /* \xff */ \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
         {R"({"id": "\udc00", "call": {}})", Json::Value(), "UTF-8", true},
     };
     for (const Bad& b : bad) {
