@@ -1,12 +1,15 @@
 #include "cut_vfs.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -41,8 +44,13 @@ struct CutFile {
     std::string path;
 };
 
-std::mutex g_mutex;  // guards g_images, g_operations
+constexpr const char* kDeletedSuffix = ".cut-deleted";
+
+std::mutex g_mutex;  // guards g_images, g_deleted, g_operations
 std::map<std::string, std::shared_ptr<Image>> g_images;
+// Files deleted since the last sync, moved aside under kDeletedSuffix: like a journaling file
+// system, a sync of any file makes the deletes before it durable; a cut brings them back.
+std::set<std::string> g_deleted;
 uint64_t g_operations = 0;
 CutPlan g_plan;
 sqlite3_vfs* g_real = nullptr;
@@ -62,6 +70,7 @@ void WriteToDisk(const std::string& path, const Image& image, sqlite3_int64 sect
 
 // The power goes: what was not synced is lost, but for the sectors a torn write lets through.
 [[noreturn]] void CutLocked() {
+    for (const std::string& path : g_deleted) rename((path + kDeletedSuffix).c_str(), path.c_str());
     std::mt19937_64 random(g_plan.seed);
     if (g_plan.torn) {
         for (const auto& entry : g_images) {
@@ -78,6 +87,11 @@ void WriteToDisk(const std::string& path, const Image& image, sqlite3_int64 sect
 void CountLocked() {
     ++g_operations;
     if (g_plan.cutAt != 0 && g_operations == g_plan.cutAt) CutLocked();
+}
+
+void ForgetDeletedLocked() {
+    for (const std::string& path : g_deleted) unlink((path + kDeletedSuffix).c_str());
+    g_deleted.clear();
 }
 
 bool Identify(const std::string& path, dev_t& device, ino_t& inode) {
@@ -148,6 +162,7 @@ int Sync(sqlite3_file* file, int flags) {
     if (!f->image) return f->real->pMethods->xSync(f->real, flags);
     std::lock_guard<std::mutex> lock(g_mutex);
     CountLocked();
+    ForgetDeletedLocked();
     Image& image = *f->image;
     const sqlite3_int64 size = static_cast<sqlite3_int64>(image.data.size());
     for (sqlite3_int64 sector : image.dirty) {
@@ -253,12 +268,19 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out
 }
 
 int Delete(sqlite3_vfs*, const char* name, int sync_dir) {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        CountLocked();
-        g_images.erase(name);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    CountLocked();
+    g_images.erase(name);
+    if (sync_dir != 0) {
+        // A synced folder makes this delete and the ones before it durable.
+        ForgetDeletedLocked();
+        return g_real->xDelete(g_real, name, sync_dir);
     }
-    return g_real->xDelete(g_real, name, sync_dir);
+    if (rename(name, (std::string(name) + kDeletedSuffix).c_str()) != 0) {
+        return errno == ENOENT ? SQLITE_IOERR_DELETE_NOENT : SQLITE_IOERR_DELETE;
+    }
+    g_deleted.insert(name);
+    return SQLITE_OK;
 }
 
 int Access(sqlite3_vfs*, const char* name, int flags, int* out) {
@@ -325,6 +347,13 @@ bool InstallCutVfs(const CutPlan& plan) {
     return sqlite3_vfs_register(&g_vfs, 1) == SQLITE_OK;
 }
 
+void CutVfsLoseUnsynced() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    for (const std::string& path : g_deleted) rename((path + kDeletedSuffix).c_str(), path.c_str());
+    g_deleted.clear();
+    g_images.clear();
+}
+
 uint64_t CutVfsOperations() {
     std::lock_guard<std::mutex> lock(g_mutex);
     return g_operations;
@@ -332,3 +361,13 @@ uint64_t CutVfsOperations() {
 
 }  // namespace test
 }  // namespace tarvo
+
+// The store calls sync(2) after it removes its file; this process's sync makes the deletes before
+// it durable too. The executable's definition comes before the C library's for every library.
+void sync() noexcept {
+    {
+        std::lock_guard<std::mutex> lock(tarvo::test::g_mutex);
+        tarvo::test::ForgetDeletedLocked();
+    }
+    ::syscall(SYS_sync);
+}

@@ -134,6 +134,7 @@ PowerCut::Child PowerCut::RunChild(const std::string& root, const ChildWork& wor
         if (plan != nullptr && !InstallCutVfs(*plan)) report.Fail("the cut VFS was refused");
         work(report, seed);
         report.Line("ops " + std::to_string(CutVfsOperations()));
+        if (plan != nullptr) CutVfsLoseUnsynced();
         Reporter::Exit(0);
     }
     close(fds[1]);
