@@ -246,6 +246,22 @@ TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndRepla
     EXPECT_NE(second.err.find("already serving"), kNone) << second.err;
 }
 
+TEST_F(HostStartUp, ASocketPathItCannotServeOnEndsTheHostWithItsReason) {
+    WriteFile(m_root.At("/a-file"), "not a folder");
+    const std::pair<std::string, std::string> bad[] = {
+        {m_root.At("/a-file/host.sock"), "is not a folder"},
+        {m_root.At("/" + std::string(120, 's') + ".sock"), "is empty or longer than 107 bytes"},
+        {m_root.At("/a-file"), "exists and is not a socket"},
+    };
+    for (const auto& [socket, reason] : bad) {
+        const auto run =
+            RunHost({"--module", TARVO_ECHO_MODULE_PATH, "--root", m_root.Path(), "--socket", socket});
+        EXPECT_NE(run.exit_code.value_or(0), 0) << socket;
+        EXPECT_NE(run.err.find(reason), kNone) << run.err;
+    }
+    EXPECT_EQ(ReadFile(m_root.At("/a-file")), "not a folder");
+}
+
 TEST_F(HostStartUp, TheRealServicesStoreAndRunArePrivateWhileKeysAndTheLogStayReadable) {
     m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
     // A log that this process made would carry this process's umask, not the host's.
