@@ -28,7 +28,8 @@ EOF
 # A name ending in "~" marks a fault that the gcc tests cannot see; the line says why.
 mutants=(
   "journal-off@src/DataAccess/TarvoInternalData.cpp@s/(    if \(ret == SQLITE_OK\) RefuseCodeInTheFile)/    if (ret == SQLITE_OK) sqlite3_exec(*db, \"PRAGMA journal_mode=OFF\", nullptr, nullptr, nullptr);\n\$1/@^PowerCut\\.@the store runs without its rollback journal"
-  "sync-off@src/DataAccess/TarvoInternalData.cpp@s/(    if \(ret == SQLITE_OK\) RefuseCodeInTheFile)/    if (ret == SQLITE_OK) sqlite3_exec(*db, \"PRAGMA synchronous=OFF\", nullptr, nullptr, nullptr);\n\$1/@^PowerCut\\.@the store never syncs its file"
+  "sync-off@src/DataAccess/TarvoInternalData.cpp@s/PRAGMA synchronous=EXTRA/PRAGMA synchronous=OFF/@^PowerCut\\.@the store never syncs its file"
+  "sync-full@src/DataAccess/TarvoInternalData.cpp@s/PRAGMA synchronous=EXTRA/PRAGMA synchronous=FULL/@^PowerCut\\.@SQLite's default sync: a removed journal can come back after a power cut"
   "agree-comparison@src/DataAccess/TarvoInternalDataAgreement.cpp@s/if \(item->isAgreed == agree\) \{/if (item->isAgreed != agree) {/@^(AgreementState|ClientAgreements|PowerCut)\\.@an answer is taken only when it changes nothing"
   "agree-row-dropped@src/DataAccess/TarvoInternalDataAgreement.cpp@s/(changes \+= id \+ \(agree[^\n]*\n(?:[^\n]*\n)*?)    m_UpdateDisclaimerTable\(item\);/\$1/@^(AgreementState|ClientAgreements|PowerCut)\\.@an answer is not written to its row"
   "mirror-key@src/DataAccess/TarvoInternalDataAgreement.cpp@s#\"db/tarvodatacontrol/disclaimeragrees\"#\"db/tarvodatacontrol/disclaimeragree\"#@^(AgreementState|ClientAgreements|PowerCut)\\.@the answers' mirror goes to a wrong vconf key"
