@@ -26,8 +26,9 @@ Options:
   --no-build     skip stages 2 and 3 and use build/coverage as it is
   --tests REGEX  run only the ctest tests matching REGEX (figures then cover those alone)
 
-Takes about 35 minutes on 2 cores from an empty cache: 10 to build, 20 for the tests
-(the browser and power-cut tests included), 1 for the report. Starts nothing with --help.
+Takes about 20 minutes on a busy 2-core machine from an empty cache (16 to build, 2 to 3 for
+the tests, the browser and power-cut tests included, 1 for the report), and 2 minutes when the
+build is warm. Starts nothing with --help.
 EOF
 }
 
