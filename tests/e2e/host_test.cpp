@@ -114,6 +114,23 @@ TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpe
               "caf\xc3\xa9 \xf0\x9f\x93\xba");
 }
 
+// The service reads no 64-bit or real numbers and indexes no list itself; another module may.
+TEST_F(Host, AModuleThatReadsOtherTypesGetsErrorsNamingTheMemberAndTheRange) {
+    const std::pair<const char*, const char*> calls[] = {
+        {R"({"id": 1, "call": {"method": "read", "as": "int64", "value": 1e30}})",
+         R"(member "value" must be a number from -9223372036854775808 to 9223372036854775807, got 1e+30)"},
+        {R"({"id": 2, "call": {"method": "read", "as": "uint64", "value": -1}})",
+         R"(member "value" must be a number from 0 to 18446744073709551615, got -1)"},
+        {R"({"id": 3, "call": {"method": "read", "as": "double", "value": "2.5"}})",
+         R"(member "value" must be a number, got a string)"},
+        {R"({"id": 4, "call": {"method": "read", "as": "array", "value": {"key": 1}}})",
+         R"(member "value" must be an array, got an object)"},
+    };
+    for (const auto& [line, error] : calls) EXPECT_EQ(Answer(line)["error"], error) << line;
+    EXPECT_EQ(Answer(R"({"id": 6, "call": {"method": "read", "as": "int64", "value": 12}})")["reply"]["read"],
+              12);
+}
+
 TEST_F(Host, NotificationsReachSubscribersOnly) {
     HostClient listener;
     ASSERT_TRUE(listener.Connect(DefaultSocket(m_root)));
