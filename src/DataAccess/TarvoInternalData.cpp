@@ -50,6 +50,9 @@ void RefuseCodeInTheFile(sqlite3* db) {
 int OpenDataBase(const std::string& path, sqlite3** db) {
     const int ret = sqlite3_open_v2(platform_path(path).c_str(), db, kOpenFlags, nullptr);
     if (ret == SQLITE_OK) RefuseCodeInTheFile(*db);
+    // Syncs the folder after each commit removes its journal: a power cut could otherwise bring
+    // the journal back, and the next open would roll an acknowledged answer away.
+    if (ret == SQLITE_OK) sqlite3_exec(*db, "PRAGMA synchronous=EXTRA", nullptr, nullptr, nullptr);
     return ret;
 }
 }  // namespace

@@ -90,10 +90,12 @@ TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpe
         {R"({"id": 4, "control": "wakeup", "state": "7"})", 4,
          R"(member "state" must be a whole number from -2147483648 to 2147483647, got a string)"},
         {sized(13, 1024 * 1024 + 1), Json::Value(), "", true},
-        // Not UTF-8: overlong, a surrogate, cut short, an escaped lone surrogate.
-        {"{\"id\": \"\xc0\xaf\", \"call\": {}}", Json::Value(), "UTF-8", true},
-        {"{\"id\": \"\xed\xa0\x80\", \"call\": {}}", Json::Value(), "UTF-8", true},
-        {"{\"id\": \"\xe2\x82\", \"call\": {}}", Json::Value(), "UTF-8", true},
+        // Not UTF-8: overlong, a surrogate, cut short, in a comment JsonCpp skips, an escaped
+        // lone surrogate.
+        {"{\"id\": \"\xc0\xaf\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
+        {"{\"id\": \"\xed\xa0\x80\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
+        {"{\"id\": \"\xe2\x82\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
+        {"{\"id\": 15, /* \xff */ \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
         {R"({"id": "\udc00", "call": {}})", Json::Value(), "UTF-8", true},
     };
     for (const Bad& b : bad) {
@@ -110,6 +112,23 @@ TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpe
               1024u * 1024u - 34u);
     EXPECT_EQ(Answer("{\"id\": \"caf\xc3\xa9 \xf0\x9f\x93\xba\", \"control\": \"ping\"}")["id"],
               "caf\xc3\xa9 \xf0\x9f\x93\xba");
+}
+
+// The service reads no 64-bit or real numbers and indexes no list itself; another module may.
+TEST_F(Host, AModuleThatReadsOtherTypesGetsErrorsNamingTheMemberAndTheRange) {
+    const std::pair<const char*, const char*> calls[] = {
+        {R"({"id": 1, "call": {"method": "read", "as": "int64", "value": 1e30}})",
+         R"(member "value" must be a number from -9223372036854775808 to 9223372036854775807, got 1e+30)"},
+        {R"({"id": 2, "call": {"method": "read", "as": "uint64", "value": -1}})",
+         R"(member "value" must be a number from 0 to 18446744073709551615, got -1)"},
+        {R"({"id": 3, "call": {"method": "read", "as": "double", "value": "2.5"}})",
+         R"(member "value" must be a number, got a string)"},
+        {R"({"id": 4, "call": {"method": "read", "as": "array", "value": {"key": 1}}})",
+         R"(member "value" must be an array, got an object)"},
+    };
+    for (const auto& [line, error] : calls) EXPECT_EQ(Answer(line)["error"], error) << line;
+    EXPECT_EQ(Answer(R"({"id": 6, "call": {"method": "read", "as": "int64", "value": 12}})")["reply"]["read"],
+              12);
 }
 
 TEST_F(Host, NotificationsReachSubscribersOnly) {
@@ -300,6 +319,22 @@ TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndRepla
         RunHost({"--module", TARVO_ECHO_MODULE_PATH, "--root", m_root.Path(), "--socket", socket});
     EXPECT_NE(second.exit_code.value_or(0), 0);
     EXPECT_NE(second.err.find("already serving"), kNone) << second.err;
+}
+
+TEST_F(HostStartUp, ASocketPathItCannotServeOnEndsTheHostWithItsReason) {
+    WriteFile(m_root.At("/a-file"), "not a folder");
+    const std::pair<std::string, std::string> bad[] = {
+        {m_root.At("/a-file/host.sock"), "is not a folder"},
+        {m_root.At("/" + std::string(120, 's') + ".sock"), "is empty or longer than 107 bytes"},
+        {m_root.At("/a-file"), "exists and is not a socket"},
+    };
+    for (const auto& [socket, reason] : bad) {
+        const auto run =
+            RunHost({"--module", TARVO_ECHO_MODULE_PATH, "--root", m_root.Path(), "--socket", socket});
+        EXPECT_NE(run.exit_code.value_or(0), 0) << socket;
+        EXPECT_NE(run.err.find(reason), kNone) << run.err;
+    }
+    EXPECT_EQ(ReadFile(m_root.At("/a-file")), "not a folder");
 }
 
 TEST_F(HostStartUp, TheRealServicesStoreRunAndLogArePrivateWhileKeysStayReadable) {

@@ -61,6 +61,17 @@ class EchoProxy : public bracken::ser::ServiceProxy {
             for (const auto& entry : g_powerLog) reply.json["log"].append(entry);
             return reply;
         }
+        if (method == "read") {
+            // Reads "value" as the type "as" names, as a module of another kind would.
+            const std::string as = message.json["as"].asString();
+            const Json::Value& value = message.json["value"];
+            if (as == "int64") reply.json["read"] = static_cast<Json::Int64>(value.asInt64());
+            if (as == "uint64") reply.json["read"] = static_cast<Json::UInt64>(value.asUInt64());
+            if (as == "double") reply.json["read"] = value.asDouble();
+            if (as == "array") reply.json["read"] = value[0];
+            if (as == "object") reply.json["read"] = value["key"];
+            return reply;
+        }
         if (method == "notify") {
             Sedge::TCMessage notification;
             notification.json["name"] = "echo_notified";
