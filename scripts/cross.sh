@@ -1,0 +1,143 @@
+#!/usr/bin/env bash
+# Builds the module, the platform layer, the host, the tools and the tests for an ARM television
+# with Debian's cross toolchain, and runs the unit and integration tests under qemu-user.
+#
+#   scripts/cross.sh [armhf|arm64] [--build-only] [--memory]
+#     armhf          32-bit ARM, hard float, 64-bit time_t (the default)
+#     arm64          64-bit ARM
+#     --build-only   stop after the build
+#     --memory       also measure the host's peak memory under qemu beside x86-64 (bench_memory)
+#   Stages: cross toolchain and qemu-user (apt-get, skips what is installed); a sysroot of the
+#   target's Debian packages in build/sysroot/ARCH (apt-get download + dpkg -x, in a private apt
+#   state under build/apt-ARCH, cached); the build in build/ARCH (-Wall -Wextra -Werror); the
+#   unit and integration tests under qemu-user (ctest, the cases in EMULATION_EXCLUDED apart).
+#   Rough duration on 2 cores: sysroot 1 min (then cached), build 6-8 min (less with a warm
+#   ccache), tests 3-4 min.
+set -euo pipefail
+
+arch=armhf
+build_only=0
+memory=0
+for arg in "$@"; do
+  case "$arg" in
+    armhf | arm64) arch=$arg ;;
+    --build-only) build_only=1 ;;
+    --memory) memory=1 ;;
+    -h | --help) sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    *) echo "cross.sh: unknown argument '$arg' (see scripts/cross.sh --help)" >&2; exit 2 ;;
+  esac
+done
+
+case "$arch" in
+  armhf) triplet=arm-linux-gnueabihf; qemu=qemu-arm ;;
+  arm64) triplet=aarch64-linux-gnu; qemu=qemu-aarch64 ;;
+esac
+
+top=$(cd "$(dirname "$0")/.." && pwd)
+cd "$top"
+jobs=${TARVO_JOBS:-$(nproc)}
+build=build/$arch
+sysroot=$top/build/sysroot/$arch
+export TARVO_SYSROOT=$sysroot
+
+# Tests that cannot run under user-mode emulation, each with its reason (README lists them too).
+EMULATION_EXCLUDED=(
+  # Reads the process's peak resident size, which under qemu-user is the emulator's own (its
+  # translation cache grows with every new code path), so the bound it checks fails at random.
+  'Connector\.ARefused64MiBAnswerNeverGetsNearItsSizeInMemoryWhetherPlainOrCompressed'
+)
+
+stage_start=0
+stage() { stage_start=$(date +%s); echo; echo "== $1"; }
+stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
+
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+
+stage "$arch: cross toolchain and qemu-user"
+missing=()
+for p in crossbuild-essential-"$arch" qemu-user cmake ninja-build pkg-config ccache; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "cross: installing ${missing[*]}"
+  $sudo apt-get update -qq || true
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+stage_done
+
+# The target's libraries, headers and their runtime closure, as apt resolves them for the
+# architecture. Multiarch (dpkg --add-architecture) is not needed: apt runs on a private state
+# (lists, cache, an empty dpkg status) under build/, so the system's apt state stays as it was.
+target_packages=(
+  libc6-dev libstdc++-12-dev libsqlite3-dev libxml2-dev libjsoncpp-dev libssl-dev
+  libcurl4-openssl-dev libcpp-httplib-dev libgtest-dev libgmock-dev rapidjson-dev libbenchmark-dev
+)
+stage "$arch: sysroot of Debian packages"
+apt_dir=$top/build/apt-$arch
+stamp=$sysroot/.tarvo-packages
+wanted="${target_packages[*]}"
+if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$wanted" ]; then
+  echo "cached in $sysroot (remove it to fetch again)"
+else
+  rm -rf "$sysroot" "$apt_dir"
+  mkdir -p "$apt_dir"/state/lists/partial "$apt_dir"/cache/archives/partial "$apt_dir"/etc/sources.list.d \
+    "$apt_dir"/etc/preferences.d
+  : >"$apt_dir/state/status"
+  : >"$apt_dir/etc/sources.list"
+  # The system's own mirrors, read for the target's architecture.
+  shopt -s nullglob
+  for f in /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do cp "$f" "$apt_dir/etc/sources.list.d/"; done
+  shopt -u nullglob
+  [ -f /etc/apt/sources.list ] && cp /etc/apt/sources.list "$apt_dir/etc/sources.list"
+  apt_opts=(-o APT::Architecture="$arch" -o APT::Architectures="$arch"
+    -o Dir::State="$apt_dir/state" -o Dir::State::status="$apt_dir/state/status"
+    -o Dir::Cache="$apt_dir/cache" -o Dir::Etc::sourcelist="$apt_dir/etc/sources.list"
+    -o Dir::Etc::sourceparts="$apt_dir/etc/sources.list.d"
+    -o Dir::Etc::preferencesparts="$apt_dir/etc/preferences.d" -o Debug::NoLocking=1)
+  # An index that is being synced (seen on the security suite) fails the update; the packages
+  # then come from the suites that did answer.
+  if ! apt-get "${apt_opts[@]}" update -qq; then
+    echo "cross: some $arch indexes failed; going on with those that arrived"
+  fi
+  ls "$apt_dir"/state/lists/*_binary-"${arch}"_Packages* >/dev/null 2>&1 ||
+    { echo "cross: no $arch package index could be read" >&2; exit 1; }
+  apt-get "${apt_opts[@]}" install -y -qq --download-only --no-install-recommends "${target_packages[@]}" >/dev/null
+  mkdir -p "$sysroot"
+  count=0
+  for deb in "$apt_dir"/cache/archives/*.deb; do
+    dpkg-deb -x "$deb" "$sysroot"
+    count=$((count + 1))
+  done
+  # Absolute links (e.g. a library's .so pointing into /lib) would leave the sysroot.
+  while IFS= read -r link; do
+    target=$(readlink "$link")
+    ln -sfn "$(realpath -m --relative-to="$(dirname "$link")" "$sysroot$target")" "$link"
+  done < <(find "$sysroot" -type l -lname '/*')
+  echo "$wanted" >"$stamp"
+  echo "$count packages unpacked into $sysroot"
+fi
+stage_done
+
+stage "$arch: build"
+export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$top} CCACHE_DIR=${CCACHE_DIR:-$HOME/.ccache}
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchain-$arch.cmake" \
+  -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
+  -DTARVO_BENCH=$([ "$memory" = 1 ] && echo ON || echo OFF) >/dev/null
+targets=(tarvodatacontrol tarvo-platform tarvo-service-host tarvoctl tarvo-screen tarvo-logctl tarvo-cloud
+  unit_platform unit_service integration)
+[ "$memory" = 1 ] && targets+=(bench_idle_process)
+ninja -C "$build" -j "$jobs" "${targets[@]}"
+file "$build/host/tarvo-service-host" | sed "s|$top/||"
+stage_done
+
+[ "$build_only" = 1 ] && exit 0
+
+stage "$arch: unit and integration tests under $qemu"
+exclude=""
+for entry in "${EMULATION_EXCLUDED[@]}"; do exclude+="${exclude:+|}$entry"; done
+ctest_args=(--test-dir "$build" -L 'unit|integration' -j "$jobs" --timeout 300 --output-on-failure)
+[ -n "$exclude" ] && ctest_args+=(-E "$exclude")
+ctest "${ctest_args[@]}"
+stage_done
