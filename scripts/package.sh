@@ -74,7 +74,7 @@ needed_sonames() {
   dir=$(mktemp -d)
   dpkg-deb -x "$1" "$dir"
   find "$dir" -type f -exec sh -c 'file -b "$1" | grep -q ELF && objdump -p "$1"' _ {} \; 2>/dev/null |
-    awk '/NEEDED/ {print $2}' | grep -v '^libtarvo' | sort -u
+    awk '/NEEDED/ {print $2}' | grep -v '^libtarvo\|^ld-linux' | sort -u
   rm -rf "$dir"
 }
 
