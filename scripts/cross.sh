@@ -164,13 +164,33 @@ cat >"$wrapper" <<WRAPPER
 #!/bin/sh
 # Called as: NATIVE_HOST --module NATIVE_MODULE ARGS...; runs the $arch host and module instead.
 shift 3
+echo \$\$ >"$top/$build/qemu-host.pid"
 exec $(command -v "$qemu") -L "$sysroot" "$top/$build/host/tarvo-service-host" --module "$top/$build/src/libtarvodatacontrol.so" "\$@"
 WRAPPER
 chmod +x "$wrapper"
 echo "-- x86-64 host"
 "$native/bench/bench_memory"
 echo "-- $arch host under $qemu"
-TARVO_BENCH_HOST_WRAPPER=$wrapper "$native/bench/bench_memory"
+# The guest's own pages: qemu-user places the 32-bit guest's address space in the lowest 4 GiB of
+# its own, so its mappings there are the guest's; those above are qemu's (its code cache, heap,
+# libraries). Sampled every 0.2 s, since no kernel counter keeps their peak.
+guest_kib() {
+  awk '/^[0-9a-f]+-[0-9a-f]+ / { split($1, range, "-"); low = length(range[1]) <= 8 }
+       /^Rss:/ { if (low) sum += $2 } END { print sum + 0 }' "/proc/$1/smaps" 2>/dev/null || echo 0
+}
+rm -f "$build/qemu-host.pid"
+TARVO_BENCH_HOST_WRAPPER=$wrapper "$native/bench/bench_memory" &
+bench=$!
+guest_peak=0
+while kill -0 "$bench" 2>/dev/null; do
+  if [ -s "$build/qemu-host.pid" ]; then
+    now=$(guest_kib "$(cat "$build/qemu-host.pid")")
+    [ "$now" -gt "$guest_peak" ] && guest_peak=$now
+  fi
+  sleep 0.2
+done
+wait "$bench"
+[ "$arch" = armhf ] && echo "the $arch host's own pages (qemu's apart): peak $(awk -v k="$guest_peak" 'BEGIN { printf "%.1f", k / 1024 }') MiB"
 echo "-- $arch idle process under $qemu (the floor for the line above)"
 "$qemu" -L "$sysroot" "$build/bench/bench_idle_process"
 stage_done
