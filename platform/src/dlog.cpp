@@ -239,7 +239,8 @@ BatchSlot g_batchSlots[kBatchSlots];
 thread_local BatchSlot* t_batch __attribute__((tls_model("initial-exec"))) = nullptr;
 thread_local int t_batchDepth __attribute__((tls_model("initial-exec"))) = 0;
 
-const int kCrashSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT};
+// SIGTRAP: a trap instruction (__builtin_trap) raises it on arm64, where x86-64 raises SIGILL.
+const int kCrashSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP};
 struct sigaction g_previous[sizeof(kCrashSignals) / sizeof(kCrashSignals[0])];
 
 // Writes every slot's held lines; async-signal-safe. A batch ending at the same moment may have

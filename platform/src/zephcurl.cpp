@@ -312,6 +312,7 @@ bool ZephCurlEasy::setOption(ZEPHCURL_OPTION_TYPE option, DataFunction fn) {
     }
 }
 
+#ifdef ZEPHCURL_DATA_FUNCTION32_DISTINCT
 bool ZephCurlEasy::setOption(ZEPHCURL_OPTION_TYPE option, DataFunction32 fn) {
     const OptionEntry* entry = FindOption(option);
     if (entry == nullptr) return m_state->Record(CURLE_UNKNOWN_OPTION, "option " + std::to_string(option));
@@ -330,6 +331,7 @@ bool ZephCurlEasy::setOption(ZEPHCURL_OPTION_TYPE option, DataFunction32 fn) {
                                    "option " + std::to_string(option) + " takes no function");
     }
 }
+#endif
 
 bool ZephCurlEasy::setTimeout(int connect, int stall) {
     if (!m_state->Ready()) return false;

@@ -200,7 +200,8 @@ bool CTarvoKelvaneConnector::m_PerformGetXMLData(ETarvoKelvaneOpenApiType type) 
     struct timeval tv;
     gettimeofday(&tv, nullptr);
     char stamp[32];
-    snprintf(stamp, sizeof(stamp), "%ld", static_cast<long>(tv.tv_sec));
+    // long long: a 32-bit long would turn the seconds of 2038 and later negative.
+    snprintf(stamp, sizeof(stamp), "%lld", static_cast<long long>(tv.tv_sec));
     const std::string timeStamp(stamp);
     TARVO_LOGD("timeStamp = %s", timeStamp.c_str());
 

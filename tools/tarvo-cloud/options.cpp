@@ -21,7 +21,9 @@ namespace {
 // The source tree's data when it is there, else the installed copy beside the binary.
 std::string DefaultDataDir() {
     std::error_code ec;
-    if (fs::is_directory(fs::path(TARVO_DATA_DIR) / "openapi", ec)) return TARVO_DATA_DIR;
+    // Empty in a packaged build, which never looks in a source tree (nor in the working folder).
+    if (*TARVO_DATA_DIR != '\0' && fs::is_directory(fs::path(TARVO_DATA_DIR) / "openapi", ec))
+        return TARVO_DATA_DIR;
     const fs::path self = fs::read_symlink("/proc/self/exe", ec);
     if (!ec) {
         const fs::path installed = self.parent_path().parent_path() / "share" / "tarvo" / "data";

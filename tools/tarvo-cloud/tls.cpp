@@ -165,10 +165,13 @@ bool MakePair(const std::string& ca_name, PkeyPtr* ca_key, X509Ptr* ca, PkeyPtr*
 }
 
 bool ServerCertStillGood(X509* server, EVP_PKEY* server_key, X509* ca) {
-    std::time_t renew_at = std::time(nullptr) + kRenewBeforeDays * 24 * 3600;
-    const bool good = X509_verify(server, X509_get0_pubkey(ca)) == 1 &&
+    // No time_t crosses into OpenSSL: a 32-bit build with 64-bit time_t links an OpenSSL whose
+    // time_t may be 32 bits wide.
+    std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> renew_at(
+        X509_time_adj_ex(nullptr, static_cast<int>(kRenewBeforeDays), 0, nullptr), &ASN1_TIME_free);
+    const bool good = renew_at && X509_verify(server, X509_get0_pubkey(ca)) == 1 &&
                       X509_check_private_key(server, server_key) == 1 &&
-                      X509_cmp_time(X509_get0_notAfter(server), &renew_at) > 0;
+                      ASN1_TIME_compare(X509_get0_notAfter(server), renew_at.get()) > 0;
     ERR_clear_error();
     return good;
 }

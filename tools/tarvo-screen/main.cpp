@@ -88,7 +88,8 @@ std::optional<std::string> FindWebDir(const std::optional<std::string>& option) 
         std::error_code ignored;
         const fs::path self = fs::read_symlink("/proc/self/exe", ignored);
         if (!self.empty()) candidates.push_back(self.parent_path().parent_path() / "share/tarvo-screen/web");
-        candidates.emplace_back(TARVO_SCREEN_WEB_DIR);
+        // Empty in a packaged build, which never looks in a source tree (nor in the working folder).
+        if (*TARVO_SCREEN_WEB_DIR != '\0') candidates.emplace_back(TARVO_SCREEN_WEB_DIR);
     }
     for (const auto& dir : candidates) {
         std::error_code ignored;

@@ -3,7 +3,9 @@
 // profile's curl.write_block bytes.
 #pragma once
 
+#include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
@@ -28,6 +30,10 @@ enum ZEPHCURL_OPTION_TYPE {
 typedef int t_HdrOption;
 typedef size_t (*DataFunction)(char* buffer, size_t size, size_t count, void* user);
 typedef unsigned (*DataFunction32)(char* buffer, unsigned size, unsigned count, void* user);
+// Where size_t is unsigned (a 32-bit television) the two data functions are one type.
+#if SIZE_MAX != UINT_MAX
+#define ZEPHCURL_DATA_FUNCTION32_DISTINCT 1
+#endif
 
 class ZephCurlEasy {
   public:
@@ -44,7 +50,9 @@ class ZephCurlEasy {
     bool setOption(ZEPHCURL_OPTION_TYPE option, const std::list<std::string>& headers);
     bool setOption(ZEPHCURL_OPTION_TYPE option, void* pointer);
     bool setOption(ZEPHCURL_OPTION_TYPE option, DataFunction fn);
+#ifdef ZEPHCURL_DATA_FUNCTION32_DISTINCT
     bool setOption(ZEPHCURL_OPTION_TYPE option, DataFunction32 fn);
+#endif
 
     // Seconds to connect, and seconds without a byte before the transfer is broken off.
     bool setTimeout(int connect, int stall);

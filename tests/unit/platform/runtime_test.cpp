@@ -133,14 +133,19 @@ TEST(PlatformLog, ABatchWritesItsLinesWhenItEndsInOrderAndAlsoWhenTheProcessCras
     }
     EXPECT_EQ(lines(), expected);
 
-    // A fault the kernel raises (an illegal instruction) and an abort(), which the sanitizers leave
-    // to the process.
-    for (const int signal : {SIGILL, SIGABRT}) {
+    // A fault the kernel raises (a trap instruction: illegal on x86-64 and 32-bit ARM, a breakpoint
+    // on arm64) and an abort(), which the sanitizers leave to the process.
+#if defined(__aarch64__)
+    constexpr int kTrapSignal = SIGTRAP;
+#else
+    constexpr int kTrapSignal = SIGILL;
+#endif
+    for (const int signal : {kTrapSignal, SIGABRT}) {
         const pid_t child = fork();
         if (child == 0) {
             tarvo::platform::LogBatch batch;
             __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "Batch", "before crash %d", signal);
-            if (signal == SIGILL) __builtin_trap();
+            if (signal == kTrapSignal) __builtin_trap();
             std::abort();
         }
         int status = 0;
