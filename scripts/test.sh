@@ -14,7 +14,11 @@
 #   ASan+UBSan tests             unit and integration tests                            ~1 min
 #   ThreadSanitizer              build and the concurrency stress tests                ~1 min
 #   fuzz targets                 each for TARVO_FUZZ_SECONDS (default 20)              ~3 min
-# Duration: about 10 minutes in all on 2 cores. TARVO_JOBS sets the build and test jobs (default nproc).
+#   armhf                        cross build, unit and integration tests under qemu    ~5 min
+#                                (scripts/cross.sh armhf)
+#   packages                     Debian packages, lintian, installed into a throw-away ~3 min
+#                                root and started there (scripts/package.sh)
+# Duration: about 20 minutes in all on 2 cores. TARVO_JOBS sets the build and test jobs (default nproc).
 set -euo pipefail
 
 usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
@@ -102,4 +106,12 @@ for target in build/asan/fuzz/fuzz_*; do
   ran=$((ran + 1))
 done
 echo "$ran fuzz targets ran clean"
+stage_done
+
+stage "armhf: cross build, unit and integration tests under qemu-user"
+TARVO_JOBS="$jobs" scripts/cross.sh armhf
+stage_done
+
+stage "Debian packages: build, lintian, install into a throw-away root and start"
+TARVO_JOBS="$jobs" scripts/package.sh amd64
 stage_done
