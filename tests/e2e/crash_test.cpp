@@ -1,10 +1,11 @@
 // The host killed with SIGKILL at random moments while clients answer, syncs merge and uploads
-// run: after every restart the store file is whole, holds each answer whose call had returned,
-// its vconf mirror is rebuilt from it, and what the cloud never got is reported.
+// run: after every kill the store file is whole and holds each answer whose call had returned, the
+// restart rebuilds its vconf mirror from it, and what the cloud never got is reported.
 #include "disclaimer_rows.h"
 #include "sync_fixture.h"
 
 #include <signal.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <atomic>
@@ -103,27 +104,55 @@ class Crash : public Sync {
         }
     }
 
-    // After a restart: the file is whole, every acknowledged answer is in it (or the newer one
-    // sent without a reply), and the mirror the start rebuilt agrees with the table.
+    // Reads the file of the dead host. A reader beside a running host makes the host's write fail
+    // at once, and its statement then skips its next write as well: a check made there would
+    // itself lose answers. Read-write, so that SQLite rolls back what the kill left half-written,
+    // as the host's next open would.
+    std::vector<std::string> QueryDeadStore(const std::string& sql) {
+        EXPECT_FALSE(m_host->Running());
+        std::vector<std::string> values;
+        sqlite3* db = nullptr;
+        if (sqlite3_open_v2(StoreFile(m_root).c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
+            ADD_FAILURE() << "cannot open " << StoreFile(m_root);
+            sqlite3_close(db);
+            return values;
+        }
+        auto collect = [](void* out, int, char** columns, char**) {
+            static_cast<std::vector<std::string>*>(out)->push_back(columns[0] ? columns[0] : "<null>");
+            return 0;
+        };
+        if (sqlite3_exec(db, sql.c_str(), collect, &values, nullptr) != SQLITE_OK) {
+            ADD_FAILURE() << "query failed: " << sql << ": " << sqlite3_errmsg(db);
+        }
+        sqlite3_close(db);
+        return values;
+    }
+
+    // After a kill, before the restart: the file is whole and holds every acknowledged answer (or
+    // the newer one sent without a reply).
     void CheckStore() {
-        EXPECT_EQ(QueryStore(m_root, "PRAGMA integrity_check"), std::vector<std::string>{"ok"});
-        std::map<std::string, bool> agreed;
+        EXPECT_EQ(QueryDeadStore("PRAGMA integrity_check"), std::vector<std::string>{"ok"});
+        m_stored.clear();
         for (const std::string& row :
-             QueryStore(m_root, "SELECT ifnull(isAgreed, 0) || id FROM table_tarvo_data_disclaimer_info")) {
-            agreed[row.substr(1)] = row[0] == '1';
+             QueryDeadStore("SELECT ifnull(isAgreed, 0) || id FROM table_tarvo_data_disclaimer_info")) {
+            m_stored[row.substr(1)] = row[0] == '1';
         }
         for (Answers& answers : m_answers) {
             for (auto& [id, acked] : answers.acked) {
-                const auto stored = agreed.find(id);
-                const bool kept = stored != agreed.end() &&
+                const auto stored = m_stored.find(id);
+                const bool kept = stored != m_stored.end() &&
                                   (stored->second == acked || stored->second == answers.pending[id]);
                 if (!kept) ++m_lost;
                 EXPECT_TRUE(kept) << id << " acknowledged as " << acked << " before kill " << m_kills;
-                if (stored != agreed.end()) acked = stored->second;
+                if (stored != m_stored.end()) acked = stored->second;
                 answers.pending[id].reset();
                 ++m_checked;
             }
         }
+    }
+
+    // After the restart: the mirror the start rebuilt agrees with the table.
+    void CheckMirror() {
         const Json::Value mirror = ParseText(VconfText("db/tarvodatacontrol/disclaimeragrees"));
         for (const auto& answers : m_answers) {
             for (const auto& [id, acked] : answers.acked) {
@@ -131,11 +160,12 @@ class Crash : public Sync {
             }
         }
         for (const auto& id : mirror.getMemberNames()) {
-            EXPECT_EQ(mirror[id] == "true", agreed.count(id) == 1 && agreed.at(id)) << id;
+            EXPECT_EQ(mirror[id] == "true", m_stored.count(id) == 1 && m_stored.at(id)) << id;
         }
     }
 
     std::vector<Answers> m_answers;
+    std::map<std::string, bool> m_stored;
     std::atomic<int> m_acknowledged{0};
     int m_kills = 0;
     int m_checked = 0;
@@ -148,6 +178,7 @@ TEST_F(Crash, KilledAtRandomTheStoreKeepsEveryAcknowledgedAnswerAndReportsTheUnr
     std::printf("seed %u\n", seed);
     Kill();
     for (int cycle = 0; cycle < kKills; ++cycle) {
+        CheckStore();
         ASSERT_TRUE(Spawn());
         if (cycle % 10 == 9) {
             // Somewhere in the start: the store's open and checks, the mirror's rebuild, the first sync.
@@ -156,7 +187,7 @@ TEST_F(Crash, KilledAtRandomTheStoreKeepsEveryAcknowledgedAnswerAndReportsTheUnr
             continue;
         }
         ASSERT_TRUE(WaitReady()) << m_host->Stderr();
-        CheckStore();
+        CheckMirror();
         std::vector<std::thread> clients;
         for (size_t k = 0; k < kOwnedIds.size(); ++k)
             clients.emplace_back([this, k] { AnswerUntilKilled(k); });
@@ -172,9 +203,10 @@ TEST_F(Crash, KilledAtRandomTheStoreKeepsEveryAcknowledgedAnswerAndReportsTheUnr
     // An answer the agreement server refused dies with the host unreported; the next start sends
     // it with every other answer.
     Fault(R"({"path": "agreement", "kind": "http_status", "status": 503})");
+    CheckStore();
     ASSERT_TRUE(Spawn());
     ASSERT_TRUE(WaitReady()) << m_host->Stderr();
-    CheckStore();
+    CheckMirror();
     const bool agreed = Reported()["tnc"] != "Y";
     for (bool value : {!agreed, agreed}) {
         Json::Value request = ParseText(R"({"method": "set one agreement", "request_item": "tnc"})");
@@ -185,9 +217,10 @@ TEST_F(Crash, KilledAtRandomTheStoreKeepsEveryAcknowledgedAnswerAndReportsTheUnr
     Kill();
     EXPECT_NE(Reported()["tnc"], agreed ? "Y" : "N");
     m_admin->Delete("/admin/fault");
+    CheckStore();
     ASSERT_TRUE(Spawn());
     ASSERT_TRUE(WaitReady()) << m_host->Stderr();
-    CheckStore();
+    CheckMirror();
     std::map<std::string, std::string> expected;
     for (const auto& answers : m_answers) {
         for (const auto& [id, acked] : answers.acked) expected[id] = acked ? "Y" : "N";
