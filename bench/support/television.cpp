@@ -319,6 +319,8 @@ bool SetNetwork(const TempDir& root, bool up) {
 
 bool PrepareTelevision(const TempDir& root, const std::string& openapi_url, bool network_up) {
     setenv("TARVO_ROOT", root.Path().c_str(), 1);
+    // The log tails follow one file: a sync that logs a large answer must not turn the ring over.
+    setenv("TARVO_LOG_MAX_BYTES", "4294967296", 0);
     if (!tarvo::platform::PrepareRoot(root.Path())) return false;
     // The answer of 2,000 records is about 37 MB, above the HTTP client's default bound.
     Json::Value profile = tarvo::platform::LoadDeviceProfile().value_or(Json::Value(Json::objectValue));

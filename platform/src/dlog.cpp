@@ -110,19 +110,20 @@ struct LogLimits {
     int files = 4;
 };
 
-long PositiveFromEnv(const char* name, long fallback, long most) {
+// long long: the byte bound passes 2 GiB, beyond a 32-bit long.
+long long PositiveFromEnv(const char* name, long long fallback, long long most) {
     const char* text = getenv(name);
     if (text == nullptr || *text == '\0') return fallback;
     char* end = nullptr;
     errno = 0;
-    const long value = strtol(text, &end, 10);
+    const long long value = strtoll(text, &end, 10);
     if (errno != 0 || end == text || *end != '\0' || value <= 0) return fallback;
     return std::min(value, most);
 }
 
 LogLimits LimitsFromEnv() {
     LogLimits limits;
-    limits.maxBytes = static_cast<off_t>(PositiveFromEnv("TARVO_LOG_MAX_BYTES", limits.maxBytes, 1L << 40));
+    limits.maxBytes = static_cast<off_t>(PositiveFromEnv("TARVO_LOG_MAX_BYTES", limits.maxBytes, 1LL << 40));
     limits.files = static_cast<int>(PositiveFromEnv("TARVO_LOG_FILES", limits.files, 100));
     return limits;
 }
