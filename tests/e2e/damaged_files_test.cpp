@@ -200,6 +200,7 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
 
     const std::string deep = R"({"rsp": )" + std::string(5000, '[') + std::string(5000, ']') + "}";
     const std::pair<std::string, const char*> cases[] = {
+        {"<html>no list</html>", "fail"},
         {R"({"rsp": "ok"})", "fail"},
         {R"({"rsp": [1]})", "fail"},
         {deep, "fail"},
@@ -209,12 +210,20 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
          "success"},
     };
     for (const auto& [list, result] : cases) {
-        root.EditProfile([&list = list](Json::Value& profile) { profile["country_list"] = list; });
+        root.EditProfile([&list = list](Json::Value& profile) {
+            profile["country_list"] = list;
+            profile["term_error"] = "33";
+        });
         ASSERT_TRUE(m_client->Call(Method("request country code list")));
         const auto frame = listener.ReadFrame();
         ASSERT_TRUE(frame && frame->isMember("notification")) << list.substr(0, 60);
-        EXPECT_EQ((*frame)["notification"]["name"], "new_country_list_got");
-        EXPECT_EQ((*frame)["notification"]["result"], result) << list.substr(0, 60);
+        const Json::Value& got = (*frame)["notification"];
+        EXPECT_EQ(got["name"], "new_country_list_got");
+        EXPECT_EQ(got["result"], result) << list.substr(0, 60);
+        if (list[0] == '<') {  // a failed fetch names the platform's error
+            EXPECT_EQ(got["error_code"], 33);
+            EXPECT_EQ(got["error_reason"], 1);
+        }
     }
     const auto countries = m_client->Call(Method("get country code list"));
     ASSERT_TRUE(countries);
