@@ -27,19 +27,6 @@ constexpr const char* kServiceDir = "/opt/usr/apps/org.mirlo.tarvodatacontrol-se
 constexpr const char* kStarted = "Data Control Service Created Success!";
 constexpr const char* kStoreFailed = "Initialize internal data fail!";
 
-Json::Value Method(const std::string& name) {
-    Json::Value request(Json::objectValue);
-    request["method"] = name;
-    return request;
-}
-
-size_t LogCount(const TempRoot& root, const std::string& text) {
-    std::istringstream log(ReadFile(root.At("/var/log/tarvo.log")));
-    size_t count = 0;
-    for (std::string line; std::getline(log, line);) count += line.find(text) != std::string::npos;
-    return count;
-}
-
 // A store file in good order with two records, as a set holds it after a sync.
 void WriteStore(const TempRoot& root) {
     DisclaimerRow pp{"pp", 2};

@@ -133,6 +133,19 @@ std::unique_ptr<ChildProcess> StartHost(const TempRoot& root, const std::string&
     return host;
 }
 
+Json::Value Method(const std::string& name) {
+    Json::Value request(Json::objectValue);
+    request["method"] = name;
+    return request;
+}
+
+size_t LogCount(const TempRoot& root, const std::string& text) {
+    size_t count = 0;
+    for (const std::string& line : Lines(ReadFile(root.At("/var/log/tarvo.log"))))
+        count += line.find(text) != std::string::npos;
+    return count;
+}
+
 RunResult RunCtl(const TempRoot& root, const std::vector<std::string>& args,
                  std::chrono::milliseconds timeout) {
     static int runs = 0;

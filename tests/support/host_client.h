@@ -54,6 +54,11 @@ std::string DefaultSocket(const TempRoot& root);
 std::unique_ptr<ChildProcess> StartHost(const TempRoot& root, const std::string& module,
                                         const std::string& socket = "");
 
+// A call of `name` with no arguments.
+Json::Value Method(const std::string& name);
+// The lines of ROOT's log file that hold `text`.
+size_t LogCount(const TempRoot& root, const std::string& text);
+
 // tarvoctl --root ROOT `args`, run to its end.
 RunResult RunCtl(const TempRoot& root, const std::vector<std::string>& args,
                  std::chrono::milliseconds timeout = std::chrono::seconds(30));
