@@ -1,5 +1,5 @@
 // The client API of the real service through tarvo-service-host: queries, agreements, reset
-// and the country code, and what the service makes of keys of the wrong type.
+// and the country code, keys of the wrong type or shape, and stored texts that are not UTF-8.
 #include "seeded_service.h"
 
 #include <gtest/gtest.h>
@@ -219,7 +219,7 @@ TEST_F(WrongTypes, MissingKeysAndConvertibleValuesReadAsTheirDefaults) {
               Accepted());
 }
 
-TEST_F(WrongTypes, ImpossibleConversionsGetErrorFramesNamingTheMemberAndTheHostGoesOn) {
+TEST_F(WrongTypes, ImpossibleConversionsAndWrongShapesGetErrorFramesNamingTheMemberAndTheHostGoesOn) {
     // The error's wording, where it is checked.
     const std::pair<const char*, const char*> calls[] = {
         {R"({"method": {"name": "get disclaimer number"}})", ""},
@@ -232,7 +232,16 @@ TEST_F(WrongTypes, ImpossibleConversionsGetErrorFramesNamingTheMemberAndTheHostG
         {R"({"method": "get disclaimer by term id", "request_item": {"id": "tnc"}})", ""},
         {R"({"method": "set one agreement", "request_item": "tnc", "is_agreed": "true"})",
          R"(member "is_agreed" must be true or false, got a string)"},
-        {R"({"method": "set agreements", "agreements": {"tnc": true}})", ""},
+        {R"({"method": "set agreements", "agreements": {"tnc": true}})",
+         R"(member "agreements" must be an array, got an object)"},
+        // Every member on the way could be the one read as a string: the error lists them.
+        {R"({"method": "set agreements", "agreements": [{"request_item": ["tnc"], "is_agreed": true}]})",
+         R"(one of the members "agreements" (an array), "agreements[0]" (an object), )"
+         R"("agreements[0].request_item" (an array) must be a string)"},
+        {R"({"method": "set country code", "country_code": [1]})",
+         R"(member "country_code" must be a string, got an array)"},
+        {R"({"method": "get disclaimer by order", "requester": [0], "request_index": 0})",
+         R"(member "requester" must be a number, got an array)"},
         {R"({"method": "set agreements", "agreements": [5]})",
          R"(member "agreements[0]" must be an object, got 5)"},
         {R"({"method": "set all agreement", "is_agreed": "yes"})", ""},
@@ -265,6 +274,28 @@ TEST_F(WrongTypes, AListThatThrowsHalfwayKeepsEarlierAnswersWithoutBroadcast) {
     EXPECT_EQ(ById("pp")["is_agreed"], true);
     ExpectNoNotification();
     EXPECT_EQ(LogCount(kUpload), 0u);
+}
+
+// A record whose stored texts are not UTF-8 (a file from an older set or a USB clone) reaches
+// clients as valid UTF-8, each stray byte as U+FFFD, and the connection goes on serving.
+class StoredBytes : public SeededService {
+  protected:
+    std::vector<DisclaimerRow> Rows() const override {
+        std::vector<DisclaimerRow> rows = SeedRows();
+        rows[1].title = "Caf\xe9 terms";              // Latin-1
+        rows[1].details = "cut short \xe2\x82";       // a sequence without its end
+        rows[1].buttons = {"\xed\xa0\x80", "Agree"};  // a surrogate
+        return rows;
+    }
+};
+
+TEST_F(StoredBytes, TextsThatAreNotUtf8ReachTheClientRepairedAndTheConnectionStaysUsable) {
+    const Json::Value tnc = ById("tnc");
+    EXPECT_EQ(tnc["title"], "Caf\xef\xbf\xbd terms");
+    EXPECT_EQ(tnc["details"], "cut short \xef\xbf\xbd\xef\xbf\xbd");
+    EXPECT_EQ(tnc["button1"], "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd");
+    EXPECT_EQ(tnc["button2"], "Agree");
+    EXPECT_EQ(ById("pp")["title"], "Privacy Policy");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // tarvo-cloud as a process: OpenAPI routes and publishing, the agreement server's signature per
-// deployment and the log server over HTTPS with the cloud's CA, kept for a second cloud.
+// deployment over HTTPS with the cloud's CA, kept for a second cloud. Its log server: LoggerToCloud.
 #include "sync_fixture.h"
 
 #include <curl/curl.h>
@@ -140,25 +140,6 @@ TEST_F(Cloud, TheAgreementServerTakesOnlyUploadsSignedForItsDeployment) {
     EXPECT_EQ(agreements["production"][kDuid]["uploads"], 1);
     EXPECT_EQ(agreements["production"][kDuid]["terms"]["tnc"]["agree"], "N");
     EXPECT_EQ(agreements["staging"][kDuid]["terms"]["pp"]["agreeVer"], "1.0");
-}
-
-TEST_F(Cloud, TheLogServerRecordsEachEventOfABatchWithItsHeader) {
-    const std::string batch = R"({"service": "14_global",
-        "header": {"model_name": "TRV55Q9", "user_id": "D1", "duid": "D1", "country_code": "US"},
-        "events": [{"name": "MOVETOPANEL", "time": "2024-05-01T10:00:00+0000", "category": "EV001",
-                    "value": "T-1010.5", "desc": "{service = tnc}"},
-                   {"name": "TICK", "time": "2024-05-01T10:00:01+0000", "category": "EV002",
-                    "value": "T-1010.5", "desc": "{start:1}"}]})";
-    const Answer answer =
-        Tls(m_stagingPort, "POST", "/openapi/log/14_global", {"Content-Type: application/json"}, batch);
-    EXPECT_EQ(answer.code, CURLE_OK);
-    EXPECT_EQ(answer.status, 200);
-    const Json::Value events = CloudLogEvents();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0]["deployment"], "staging");
-    EXPECT_EQ(events[0]["name"], "MOVETOPANEL");
-    EXPECT_EQ(events[0]["header"]["duid"], "D1");
-    EXPECT_EQ(events[1]["name"], "TICK");
 }
 
 TEST_F(Cloud, ASecondCloudOnTheSameFolderKeepsTheCaTheDeviceTrusts) {

@@ -24,14 +24,11 @@ class Offline : public Sync {
             << ToLine(CloudAgreements());
     }
 
-    void Network(const std::vector<std::string>& words) {
-        std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", m_root.Path(), "network"};
-        argv.insert(argv.end(), words.begin(), words.end());
-        const RunResult run = RunProgram(argv, {}, m_root.Path() + "/ctl-" + std::to_string(++m_runs));
+    void Network(std::vector<std::string> words) {
+        words.insert(words.begin(), "network");
+        const RunResult run = RunCtl(m_root, words);
         ASSERT_EQ(run.exit_code, 0) << run.out << run.err;
     }
-
-    int m_runs = 0;
 };
 
 TEST_F(Offline, NoAnswerOrFetchReachesTheCloudWhileTheNetworkIsDownAndTheNextOneAfterDoes) {

@@ -93,9 +93,7 @@ class RunScriptTest : public ::testing::Test {
 
     RunResult Ctl(const std::vector<std::string>& words,
                   std::chrono::seconds limit = std::chrono::seconds(30)) {
-        std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", m_root.Path()};
-        argv.insert(argv.end(), words.begin(), words.end());
-        return RunProgram(argv, {}, m_root.Path() + "/ctl-" + std::to_string(++m_runs), limit);
+        return RunCtl(m_root, words, limit);
     }
 
     // Starts run.sh and waits until the host serves and the cloud has written its ports.

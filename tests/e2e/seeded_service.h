@@ -63,12 +63,6 @@ inline std::vector<DisclaimerRow> SeedRows() {
     return {common, tnc, pp, voice, viewing, uhd};
 }
 
-inline Json::Value Method(const std::string& name) {
-    Json::Value request(Json::objectValue);
-    request["method"] = name;
-    return request;
-}
-
 class SeededService : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -167,14 +161,7 @@ class SeededService : public ::testing::Test {
         EXPECT_FALSE(frame->isMember("notification")) << ToLine(*frame);
     }
 
-    size_t LogCount(const std::string& text) const {
-        std::istringstream log(ReadFile(m_root.At("/var/log/tarvo.log")));
-        size_t count = 0;
-        for (std::string line; std::getline(log, line);) {
-            if (line.find(text) != std::string::npos) ++count;
-        }
-        return count;
-    }
+    size_t LogCount(const std::string& text) const { return test::LogCount(m_root, text); }
 
     bool WaitForLog(const std::string& text, size_t count = 1) const {
         return WaitUntil([&] { return LogCount(text) >= count; });

@@ -8,17 +8,6 @@
 namespace tarvo {
 namespace test {
 
-Json::Value ParseText(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    Json::Value value;
-    std::string errors;
-    if (text.empty() || !reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-        return Json::Value();
-    }
-    return value;
-}
-
 std::vector<std::string> AgreementEntries(const std::string& text) {
     std::vector<std::string> entries;
     std::istringstream in(text);
@@ -27,17 +16,9 @@ std::vector<std::string> AgreementEntries(const std::string& text) {
 }
 
 void Sync::PrepareTelevision() {
-    const std::string state = m_root.Path() + "/cloud-state.json";
-    m_cloud = std::make_unique<ChildProcess>(
-        std::vector<std::string>{TARVO_CLOUD_BIN, "--openapi-port", "0", "--admin-port", "0",
-                                 "--production-port", "0", "--staging-port", "0", "--tls-dir",
-                                 m_root.Path() + "/cloud-tls", "--write-profile",
-                                 m_root.At("/etc/tarvo/device.json"), "--state-file", state},
-        std::map<std::string, std::string>{}, m_root.Path() + "/cloud");
-    ASSERT_TRUE(m_cloud->Started());
     Json::Value ports;
-    ASSERT_TRUE(WaitUntil([&] { return (ports = ParseText(ReadFile(state))).isObject(); }))
-        << m_cloud->Stderr();
+    m_cloud = StartCloud(m_root, kSyncDuid, ports);
+    ASSERT_NE(m_cloud, nullptr);
     EXPECT_EQ(ParseText(m_cloud->Stdout()), ports);
     m_openapiPort = ports["openapi"].asInt();
     m_productionPort = ports["production"].asInt();
@@ -49,11 +30,6 @@ void Sync::PrepareTelevision() {
     m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
     m_admin->set_read_timeout(10, 0);
 
-    SetVconf("db/nimbra/gpmurl/apps", "http://127.0.0.1:" + std::to_string(m_openapiPort));
-    SetVconf("db/nimbra/countrycode", "US");
-    SetVconf("db/nimbra/modelid", "TRV55Q9");
-    SetVconf("db/nimbra/duid", kSyncDuid);
-    SetVconf("db/menu_widget/language", "en_US.utf8");
     m_root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
 }
 

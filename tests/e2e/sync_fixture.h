@@ -1,8 +1,6 @@
-// The service in the host against tarvo-cloud on loopback: a television whose network is down at
-// start and comes up unannounced once it has started (so nothing fetches until a test says so,
-// and what a test asks for goes through), and whose profile points at the cloud's HTTPS
-// agreement and log servers and CA, a subscribed connection collecting the notifications, a
-// second one for calls, and the cloud's admin endpoint.
+// The service in the host against tarvo-cloud on loopback: the network is down at start and comes
+// up unannounced once the service runs (nothing fetches until a test asks); the profile points at
+// the cloud's HTTPS servers and CA; one connection collects notifications, one makes calls.
 #pragma once
 
 #include "host_client.h"
@@ -79,8 +77,6 @@ class Sync : public ::testing::Test {
     std::deque<Json::Value> m_pending;
 };
 
-// Parses JSON text; null when it is none.
-Json::Value ParseText(const std::string& text);
 // The bundled data set of `country`, and one disclaimer of it.
 Json::Value DataSet(const std::string& country);
 Json::Value DataDisclaimer(const std::string& country, const std::string& id);

@@ -106,18 +106,6 @@ TEST_F(SyncFilled, TheStoreAnswersWhileItFitsAndACountryChangeClearsAndRefillsIt
     EXPECT_FALSE(listed["tnc"]["is_agreed"].asBool());
 }
 
-TEST_F(SyncFilled, AFailedRefreshKeepsTheStoredRecordsAndAnswersWithThem) {
-    Agree({"tnc"});
-    SetVconf("db/menu_widget/language", "fr_FR.utf8");
-    Fault(R"({"path": "disclaimers", "kind": "stat_error", "code": "7002"})");
-    EXPECT_EQ(RequestUpdate("wizard-terms")["result"], "success");
-
-    EXPECT_EQ(CloudRequests().size(), 2u);
-    auto listed = Listed();
-    EXPECT_EQ(listed["tnc"]["title"], DataDisclaimer("US", "tnc")["texts"]["en"]["title"]);
-    EXPECT_TRUE(listed["tnc"]["is_agreed"].asBool());
-}
-
 }  // namespace
 }  // namespace test
 }  // namespace tarvo

@@ -1,4 +1,4 @@
-// Requests that must wait for the device values, the time-out of that wait, and the country list.
+// Requests that must wait for the device values, and the time-out of that wait.
 #include "sync_fixture.h"
 
 #include <vconf.h>
@@ -56,25 +56,6 @@ TEST_F(SyncNimbraTimeout, TheWaitEndsWithTheTermErrorAndLateValuesStartNothing) 
     SetVconf("db/nimbra/modelid", "TRV65LATE");
     EXPECT_EQ(RequestUpdate("settings")["result"], "success");
     EXPECT_EQ(CloudRequests().size(), 2u);
-}
-
-TEST_F(Sync, ACountryListRequestTellsItsOutcomeAndTheListFollowsIt) {
-    EXPECT_TRUE(Method("request country code list").isNull());
-    EXPECT_EQ(Notification("new_country_list_got")["result"], "success");
-    const Json::Value countries = Method("get country code list")["countries"];
-    ASSERT_EQ(countries.size(), 1u);
-    EXPECT_EQ(countries[0]["country_code"], "US");
-
-    m_root.EditProfile([](Json::Value& profile) {
-        profile["country_list"] = "<html>no list</html>";
-        profile["term_error"] = "33";
-    });
-    Method("request country code list");
-    const Json::Value failed = Notification("new_country_list_got");
-    EXPECT_EQ(failed["result"], "fail");
-    EXPECT_EQ(failed["error_code"], 33);
-    EXPECT_EQ(failed["error_reason"], 1);
-    EXPECT_TRUE(Method("get country code list").isNull());
 }
 
 }  // namespace

@@ -15,12 +15,6 @@ namespace {
 
 constexpr size_t kNone = std::string::npos;
 
-RunResult RunCtl(const TempRoot& root, const std::vector<std::string>& args, int& runs) {
-    std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", root.Path()};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return RunProgram(argv, {}, root.Path() + "/ctl-" + std::to_string(runs++));
-}
-
 // The seeded records and a combined record that stands for tnc and pp, shown in the menu only.
 class FriendlyVerbs : public SeededService {
   protected:
@@ -34,9 +28,7 @@ class FriendlyVerbs : public SeededService {
         return rows;
     }
 
-    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args, m_runs); }
-
-    int m_runs = 0;
+    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args); }
 };
 
 TEST_F(FriendlyVerbs, ReadingVerbsPrintTablesAndOneNamedDocumentPerResultUnderJson) {
@@ -110,9 +102,7 @@ TEST_F(FriendlyVerbs, SetCountryChecksTheCodeAndUpdateNamesTheDeviceValueItWaits
 
 class TarvoctlUpdate : public Sync {
   protected:
-    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args, m_runs); }
-
-    int m_runs = 0;
+    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args); }
 };
 
 TEST_F(TarvoctlUpdate, TellsWhereTheAnswerCameFromAndWhyAFetchFailed) {

@@ -190,31 +190,10 @@ int FileSize(sqlite3_file* file, sqlite3_int64* size) {
     return SQLITE_OK;
 }
 
-int Lock(sqlite3_file* file, int level) { return Cut(file)->real->pMethods->xLock(Cut(file)->real, level); }
-int Unlock(sqlite3_file* file, int level) {
-    return Cut(file)->real->pMethods->xUnlock(Cut(file)->real, level);
-}
-int CheckReservedLock(sqlite3_file* file, int* out) {
-    return Cut(file)->real->pMethods->xCheckReservedLock(Cut(file)->real, out);
-}
 int FileControl(sqlite3_file* file, int op, void* arg) {
     // A size hint would grow the real file behind the image.
     if (op == SQLITE_FCNTL_SIZE_HINT && Cut(file)->image) return SQLITE_OK;
     return Cut(file)->real->pMethods->xFileControl(Cut(file)->real, op, arg);
-}
-int SectorSize(sqlite3_file* file) { return Cut(file)->real->pMethods->xSectorSize(Cut(file)->real); }
-int DeviceCharacteristics(sqlite3_file* file) {
-    return Cut(file)->real->pMethods->xDeviceCharacteristics(Cut(file)->real);
-}
-int ShmMap(sqlite3_file* file, int region, int size, int extend, void volatile** out) {
-    return Cut(file)->real->pMethods->xShmMap(Cut(file)->real, region, size, extend, out);
-}
-int ShmLock(sqlite3_file* file, int offset, int n, int flags) {
-    return Cut(file)->real->pMethods->xShmLock(Cut(file)->real, offset, n, flags);
-}
-void ShmBarrier(sqlite3_file* file) { Cut(file)->real->pMethods->xShmBarrier(Cut(file)->real); }
-int ShmUnmap(sqlite3_file* file, int remove) {
-    return Cut(file)->real->pMethods->xShmUnmap(Cut(file)->real, remove);
 }
 
 // The image of `path` as the disk and the unsynced writes of earlier handles make it. An image
@@ -283,24 +262,6 @@ int Delete(sqlite3_vfs*, const char* name, int sync_dir) {
     return SQLITE_OK;
 }
 
-int Access(sqlite3_vfs*, const char* name, int flags, int* out) {
-    return g_real->xAccess(g_real, name, flags, out);
-}
-int FullPathname(sqlite3_vfs*, const char* name, int size, char* out) {
-    return g_real->xFullPathname(g_real, name, size, out);
-}
-void* DlOpen(sqlite3_vfs*, const char* name) { return g_real->xDlOpen(g_real, name); }
-void DlError(sqlite3_vfs*, int size, char* out) { g_real->xDlError(g_real, size, out); }
-void (*DlSym(sqlite3_vfs*, void* handle, const char* symbol))(void) {
-    return g_real->xDlSym(g_real, handle, symbol);
-}
-void DlClose(sqlite3_vfs*, void* handle) { g_real->xDlClose(g_real, handle); }
-int Randomness(sqlite3_vfs*, int size, char* out) { return g_real->xRandomness(g_real, size, out); }
-int Sleep(sqlite3_vfs*, int micro) { return g_real->xSleep(g_real, micro); }
-int CurrentTime(sqlite3_vfs*, double* out) { return g_real->xCurrentTime(g_real, out); }
-int GetLastError(sqlite3_vfs*, int size, char* out) { return g_real->xGetLastError(g_real, size, out); }
-int CurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* out) { return g_real->xCurrentTimeInt64(g_real, out); }
-
 }  // namespace
 
 bool InstallCutVfs(const CutPlan& plan) {
@@ -316,34 +277,28 @@ bool InstallCutVfs(const CutPlan& plan) {
     g_methods.xTruncate = Truncate;
     g_methods.xSync = Sync;
     g_methods.xFileSize = FileSize;
-    g_methods.xLock = Lock;
-    g_methods.xUnlock = Unlock;
-    g_methods.xCheckReservedLock = CheckReservedLock;
     g_methods.xFileControl = FileControl;
-    g_methods.xSectorSize = SectorSize;
-    g_methods.xDeviceCharacteristics = DeviceCharacteristics;
-    g_methods.xShmMap = ShmMap;
-    g_methods.xShmLock = ShmLock;
-    g_methods.xShmBarrier = ShmBarrier;
-    g_methods.xShmUnmap = ShmUnmap;
-    g_vfs = sqlite3_vfs{};
-    g_vfs.iVersion = 2;
+    // The rest is the unix VFS's own, on the real file.
+#define TARVO_PASS(NAME)                                         \
+    g_methods.NAME = [](sqlite3_file* f, auto... a) {            \
+        return Cut(f)->real->pMethods->NAME(Cut(f)->real, a...); \
+    }
+    TARVO_PASS(xLock);
+    TARVO_PASS(xUnlock);
+    TARVO_PASS(xCheckReservedLock);
+    TARVO_PASS(xSectorSize);
+    TARVO_PASS(xDeviceCharacteristics);
+    TARVO_PASS(xShmMap);
+    TARVO_PASS(xShmLock);
+    TARVO_PASS(xShmBarrier);
+    TARVO_PASS(xShmUnmap);
+#undef TARVO_PASS
+    g_vfs = *g_real;  // the unix VFS's calls but for opening and deleting files
+    g_vfs.pNext = nullptr;
     g_vfs.szOsFile = static_cast<int>(sizeof(CutFile)) + g_real->szOsFile;
-    g_vfs.mxPathname = g_real->mxPathname;
     g_vfs.zName = "tarvo-power-cut";
     g_vfs.xOpen = Open;
     g_vfs.xDelete = Delete;
-    g_vfs.xAccess = Access;
-    g_vfs.xFullPathname = FullPathname;
-    g_vfs.xDlOpen = DlOpen;
-    g_vfs.xDlError = DlError;
-    g_vfs.xDlSym = DlSym;
-    g_vfs.xDlClose = DlClose;
-    g_vfs.xRandomness = Randomness;
-    g_vfs.xSleep = Sleep;
-    g_vfs.xCurrentTime = CurrentTime;
-    g_vfs.xGetLastError = GetLastError;
-    g_vfs.xCurrentTimeInt64 = CurrentTimeInt64;
     return sqlite3_vfs_register(&g_vfs, 1) == SQLITE_OK;
 }
 

@@ -1,12 +1,8 @@
-// A SQLite VFS for power-cut tests: it wraps the real "unix" VFS, keeps in memory what was
-// written to a file since that file's last xSync (the process reads it back as the disk's page
-// cache would serve it) and writes only synced content to the files on disk. A deleted file
-// stays on disk, out of sight, until the next sync of any file or a delete that syncs its
-// folder, as a journaling file system keeps an unlink in its journal until then. At a chosen write,
-// truncate, sync or delete it cuts the power: optionally a random part of the unsynced sectors
-// reaches the disk (a torn write), the rest is lost, deletes not yet durable are undone, and the
-// process is killed by SIGKILL.
-// Installed as the default VFS in a test child before the service opens its store; any thread.
+// A SQLite VFS over "unix" that keeps each file's unsynced writes in memory (served back as a page
+// cache would) and puts only synced content on disk; a delete is durable at the next sync, as in a
+// journaling file system. At a chosen operation the power goes: a random part of the unsynced
+// sectors may reach the disk (torn), the rest and the undurable deletes are lost, and SIGKILL ends
+// the process. Installed as the default VFS in a test child before the store opens; any thread.
 #pragma once
 
 #include <cstdint>

@@ -55,15 +55,6 @@ bool Query(const std::string& path, const std::string& sql, std::vector<std::str
     return error.empty();
 }
 
-Json::Value ParseJson(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    Json::Value value;
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return Json::Value();
-    return value;
-}
-
 }  // namespace
 
 void Reporter::Line(const std::string& text) {
@@ -94,23 +85,9 @@ void PowerCut::TearDown() {
 }
 
 void PowerCut::StartCloud() {
-    const std::string state = m_template.Path() + "/cloud-state.json";
-    m_cloud = std::make_unique<ChildProcess>(
-        std::vector<std::string>{TARVO_CLOUD_BIN, "--openapi-port", "0", "--admin-port", "0",
-                                 "--production-port", "0", "--staging-port", "0", "--tls-dir",
-                                 m_template.Path() + "/cloud-tls", "--write-profile",
-                                 m_template.At("/etc/tarvo/device.json"), "--state-file", state},
-        std::map<std::string, std::string>{}, m_template.Path() + "/cloud");
-    ASSERT_TRUE(m_cloud->Started());
     Json::Value ports;
-    ASSERT_TRUE(WaitUntil([&] { return (ports = ParseJson(ReadFile(state))).isObject(); }))
-        << m_cloud->Stderr();
-    const std::string domain = "http://127.0.0.1:" + std::to_string(ports["openapi"].asInt());
-    ASSERT_EQ(0, vconf_set_str("db/nimbra/gpmurl/apps", domain.c_str()));
-    ASSERT_EQ(0, vconf_set_str("db/nimbra/countrycode", "US"));
-    ASSERT_EQ(0, vconf_set_str("db/nimbra/modelid", "TRV55Q9"));
-    ASSERT_EQ(0, vconf_set_str("db/nimbra/duid", "DUID-POWER-CUT"));
-    ASSERT_EQ(0, vconf_set_str("db/menu_widget/language", "en_US.utf8"));
+    m_cloud = test::StartCloud(m_template, "DUID-POWER-CUT", ports);
+    ASSERT_NE(m_cloud, nullptr);
 }
 
 int PowerCut::Cuts(int fallback) {
@@ -249,7 +226,7 @@ std::string PowerCut::Verify(const std::string& root, const Child& work, const C
         if (line.rfind("mirror ", 0) == 0) mirror_text = line.substr(7);
         if (line.rfind("default ", 0) == 0) default_status = line.substr(8);
     }
-    const Json::Value mirror = mirror_text.empty() ? Json::Value(Json::objectValue) : ParseJson(mirror_text);
+    const Json::Value mirror = mirror_text.empty() ? Json::Value(Json::objectValue) : ParseText(mirror_text);
     if (!mirror.isObject()) return why.str() + "the mirror is no object: " + mirror_text;
     for (const std::string& id : mirror.getMemberNames()) {
         const auto found = stored.find(id);

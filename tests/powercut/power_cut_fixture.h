@@ -1,8 +1,6 @@
-// The power-cut road: a template television prepared once per test, then for each cut a copy of
-// it, a forked child that works on the copy over the cut VFS until the power goes, a second child
-// that starts the service again on what is left, and the checks on the file and the mirror.
-// Children talk to the test through a pipe, one line per fact. Used from the test's thread
-// only; the test process itself runs no service and no thread, so that it may fork.
+// Per test a template television; per cut a copy, a forked child working on it over the cut VFS
+// until the power goes, a second child restarting the service on what is left, then the checks.
+// Children report through a pipe; the test process itself runs no service or thread, so it may fork.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,18 +13,15 @@
 #include <vector>
 
 #include "cut_vfs.h"
-#include "process.h"
+#include "host_client.h"
 #include "tarvo_test.h"
 
 namespace tarvo {
 namespace test {
 
-// A child's end of the pipe. Lines, written whole in one write each:
-//   "call ID=0|1 ..."  a "set agreements" is going out     "ack"     its reply came back
-//   "call-reset"       "request reset ostrel" is going out  "reset"   the reset has ended
-//   "merge-begin"      an update from the server is asked   "merge-end" its records are stored
-//   "mirror TEXT"      "default N"  the restarted service's vconf keys
-//   "ops N"            the work ended after N operations    "fail WHY" the child gave up
+// A child's end of the pipe, one whole line per write: "call ID=0|1 ..." / "ack" around a "set
+// agreements", "call-reset" / "reset", "merge-begin" / "merge-end" around a server update; the
+// restart's "mirror TEXT" and "default N"; "ops N" at the end of the work; "fail WHY".
 class Reporter {
   public:
     explicit Reporter(int fd) : m_fd(fd) {}

@@ -1,9 +1,6 @@
-// Power cuts at random points while the service stores answers, syncs with a server and resets:
-// the service runs in a forked child over the cut VFS, which loses what was not synced (or lets a
-// random part of it through, torn at a sector) and kills the child; a second child starts the
-// service again on what the disk holds. Every answer a client saw acknowledged must then be in
-// the store, the file must pass SQLite's integrity check, and the vconf mirror of the answers
-// must agree with the store. Seeded: a failure names the seed that replays it.
+// Power cuts at random points while the service stores answers, syncs and resets (see cut_vfs.h);
+// after a restart on what the disk holds, every acknowledged answer is stored, the file passes
+// integrity_check and the vconf mirror agrees with the store. A failure names its replay seed.
 #include <bracken/ser.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -33,12 +30,6 @@ namespace test {
 namespace {
 
 using std::chrono::seconds;
-
-Json::Value ParseJsonText(const std::string& text) {
-    Json::Value value;
-    Json::Reader().parse(text, value);
-    return value;
-}
 
 constexpr const char* kPlainIds[] = {"tnc", "pp", "voice", "viewing", "ads", "stats"};
 
@@ -155,7 +146,7 @@ void SyncWork(Reporter& report, uint64_t seed) {
         report.Fail("the first sync brought nothing");
     }
     // A sub-link record answers for others; the plain ones are enough for the check.
-    const Json::Value set = ParseJsonText(ReadFile(std::string(TARVO_SOURCE_DIR) + "/data/openapi/US.json"));
+    const Json::Value set = ParseText(ReadFile(std::string(TARVO_SOURCE_DIR) + "/data/openapi/US.json"));
     for (const Json::Value& disclaimer : set["disclaimers"]) {
         if (!disclaimer["content"]["sub_link"].asString().empty()) {
             ids.erase(std::remove(ids.begin(), ids.end(), disclaimer["id"].asString()), ids.end());

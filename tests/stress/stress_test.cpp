@@ -1,8 +1,6 @@
-// Eight clients calling at once through the host's socket server while power, wake-up and
-// network changes arrive; and a crowd of silent connections that fills a small server again and
-// again while callers, notifications and a subscriber go on. The service and the server run in this process,
-// so ThreadSanitizer sees the connection threads, the workers, the network monitor and the upload worker; the
-// cloud plays the servers from its own process.
+// Eight clients calling at once while power, wake-up and network changes arrive, and a crowd of
+// silent connections refilling a small server beside callers and a subscriber. Service and server
+// run in this process, so ThreadSanitizer sees all their threads; the cloud runs apart.
 #include "frames.h"
 #include "socket_server.h"
 #include "sync_fixture.h"

@@ -7,6 +7,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <vconf.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -129,6 +131,51 @@ std::unique_ptr<ChildProcess> StartHost(const TempRoot& root, const std::string&
         return nullptr;
     }
     return host;
+}
+
+Json::Value Method(const std::string& name) {
+    Json::Value request(Json::objectValue);
+    request["method"] = name;
+    return request;
+}
+
+size_t LogCount(const TempRoot& root, const std::string& text) {
+    size_t count = 0;
+    for (const std::string& line : Lines(ReadFile(root.At("/var/log/tarvo.log"))))
+        count += line.find(text) != std::string::npos;
+    return count;
+}
+
+RunResult RunCtl(const TempRoot& root, const std::vector<std::string>& args,
+                 std::chrono::milliseconds timeout) {
+    static int runs = 0;
+    std::vector<std::string> argv = {TARVO_CTL_BIN, "--root", root.Path()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return RunProgram(argv, {}, root.Path() + "/ctl-" + std::to_string(++runs), timeout);
+}
+
+std::unique_ptr<ChildProcess> StartCloud(const TempRoot& root, const std::string& duid, Json::Value& ports) {
+    const std::string state = root.Path() + "/cloud-state.json";
+    auto cloud = std::make_unique<ChildProcess>(
+        std::vector<std::string>{TARVO_CLOUD_BIN, "--openapi-port", "0", "--admin-port", "0",
+                                 "--production-port", "0", "--staging-port", "0", "--tls-dir",
+                                 root.Path() + "/cloud-tls", "--write-profile",
+                                 root.At("/etc/tarvo/device.json"), "--state-file", state},
+        std::map<std::string, std::string>{}, root.Path() + "/cloud");
+    if (!cloud->Started() || !WaitUntil([&] { return (ports = ParseText(ReadFile(state))).isObject(); })) {
+        ADD_FAILURE() << "tarvo-cloud did not start: " << cloud->Stderr();
+        return nullptr;
+    }
+    const std::string domain = "http://127.0.0.1:" + std::to_string(ports["openapi"].asInt());
+    for (const auto& [key, value] :
+         std::map<std::string, std::string>{{"db/nimbra/gpmurl/apps", domain},
+                                            {"db/nimbra/countrycode", "US"},
+                                            {"db/nimbra/modelid", "TRV55Q9"},
+                                            {"db/nimbra/duid", duid},
+                                            {"db/menu_widget/language", "en_US.utf8"}}) {
+        EXPECT_EQ(vconf_set_str(key.c_str(), value.c_str()), 0) << key;
+    }
+    return cloud;
 }
 
 }  // namespace test

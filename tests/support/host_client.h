@@ -54,5 +54,18 @@ std::string DefaultSocket(const TempRoot& root);
 std::unique_ptr<ChildProcess> StartHost(const TempRoot& root, const std::string& module,
                                         const std::string& socket = "");
 
+// A call of `name` with no arguments.
+Json::Value Method(const std::string& name);
+// The lines of ROOT's log file that hold `text`.
+size_t LogCount(const TempRoot& root, const std::string& text);
+
+// tarvoctl --root ROOT `args`, run to its end.
+RunResult RunCtl(const TempRoot& root, const std::vector<std::string>& args,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+// Starts tarvo-cloud on loopback ports of its choosing, which it writes into `root`'s profile and
+// `ports`, and points the television's values (US, English, `duid`) at it. Null when it fails.
+std::unique_ptr<ChildProcess> StartCloud(const TempRoot& root, const std::string& duid, Json::Value& ports);
+
 }  // namespace test
 }  // namespace tarvo

@@ -103,6 +103,14 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
+Json::Value ParseText(const std::string& text) {
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value value;
+    std::string errors;
+    if (text.empty() || !reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return {};
+    return value;
+}
+
 std::string VconfText(const std::string& key) {
     char* value = vconf_get_str(key.c_str());
     const std::string text = value != nullptr ? value : "<unset>";

@@ -44,6 +44,8 @@ bool WaitUntil(const std::function<bool()>& condition,
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 std::vector<std::string> Lines(const std::string& text);
+// Parses JSON text; null when it is none.
+Json::Value ParseText(const std::string& text);
 
 // A vconf key of the current root: its text ("<unset>" when it has none), its number (-99).
 std::string VconfText(const std::string& key);

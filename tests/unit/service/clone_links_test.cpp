@@ -29,34 +29,27 @@ TEST_F(CloneLinks, ALinkOrFifoInTheCloneFolderIsAFailedCopyThatTouchesNothing) {
     const std::string victimFolder = root.At("/victim_folder");
     const std::string untouched = "the victim's own bytes";
     enum Direction { kToUsb, kFromUsb };
+    const auto link_file = [&] { fs::create_symlink(victim, root.At(kCloneDataBase)); };
+    const auto link_folder = [&] {
+        fs::remove_all(CloneFolder());
+        fs::create_symlink(victimFolder, CloneFolder());
+    };
     const struct {
         const char* name;
         Direction direction;
         std::function<void()> plant;
         const char* logLine;
     } cases[] = {
-        {"clone file links to a file", kToUsb, [&] { fs::create_symlink(victim, root.At(kCloneDataBase)); },
-         "fail open 2:"},
+        {"clone file links to a file", kToUsb, link_file, "fail open 2:"},
         {"clone file links to nothing yet", kToUsb,
          [&] {
              fs::remove(victim);
-             fs::create_symlink(victim, root.At(kCloneDataBase));
+             link_file();
          },
          "fail open 2:"},
-        {"clone folder links to a folder", kToUsb,
-         [&] {
-             fs::remove_all(CloneFolder());
-             fs::create_symlink(victimFolder, CloneFolder());
-         },
-         "fail open 2:"},
-        {"clone file links to a file", kFromUsb, [&] { fs::create_symlink(victim, root.At(kCloneDataBase)); },
-         "fail open 1:"},
-        {"clone folder links to a folder", kFromUsb,
-         [&] {
-             fs::remove_all(CloneFolder());
-             fs::create_symlink(victimFolder, CloneFolder());
-         },
-         "fail open 1:"},
+        {"clone folder links to a folder", kToUsb, link_folder, "fail open 2:"},
+        {"clone file links to a file", kFromUsb, link_file, "fail open 1:"},
+        {"clone folder links to a folder", kFromUsb, link_folder, "fail open 1:"},
         {"clone file is a FIFO", kFromUsb,
          [&] { ASSERT_EQ(0, mkfifo(root.At(kCloneDataBase).c_str(), 0644)); }, "fail open 1:"},
         {"waiting clone file links to a file", kFromUsb,
