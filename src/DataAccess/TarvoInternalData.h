@@ -33,6 +33,10 @@ class CTarvoInternalData {
     bool IsDisclaimerAvailable(const TarvoDisclaimerDataItem* item);
     void SetDisclaimerItem(const TarvoDisclaimerDataItem* item);
     void SetDisclaimerItems(const std::vector<TarvoDisclaimerDataItem*>& items);
+    // SetDisclaimerItems when GetAgreementGeneration is still `generation`, in one hold of the
+    // mutex; false, and nothing written, when a row changed since (an answer given meanwhile).
+    bool SetDisclaimerItemsIfUnchanged(const std::vector<TarvoDisclaimerDataItem*>& items,
+                                       unsigned long generation);
     void ClearDisclaimerItems();
     std::map<std::string, TarvoDisclaimerDataItem*>* CopyDisclaimerItems(bool onlyAvailable);
     void DeleteCopyMap(std::map<std::string, TarvoDisclaimerDataItem*>*& map);

@@ -130,6 +130,14 @@ void CTarvoInternalData::SetDisclaimerItems(const std::vector<TarvoDisclaimerDat
     for (const TarvoDisclaimerDataItem* item : items) SetDisclaimerItem(item);
 }
 
+bool CTarvoInternalData::SetDisclaimerItemsIfUnchanged(const std::vector<TarvoDisclaimerDataItem*>& items,
+                                                       unsigned long generation) {
+    Sedge::TCMutexGuard guard(m_Mutex);
+    if (m_AgreementGeneration != generation) return false;
+    SetDisclaimerItems(items);
+    return true;
+}
+
 void CTarvoInternalData::ClearDisclaimerItems() {
     Sedge::TCMutexGuard guard(m_Mutex);
     bool failed = false;

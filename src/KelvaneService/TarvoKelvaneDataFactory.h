@@ -65,6 +65,10 @@ class CTarvoKelvaneDataFactory {
     void m_ReadDisclaimerContent(Json::Value& content, TarvoDisclaimerDataItem& item);
     void m_ReadPPDetails(Json::Value& content, TarvoDisclaimerDataItem& item);
     void m_SetDisclaimerContentItems(const std::map<std::string, TarvoDisclaimerDataItem*>& newItems);
+    void m_MergeDisclaimerItems(const std::map<std::string, TarvoDisclaimerDataItem*>& newItems,
+                                const std::map<std::string, TarvoDisclaimerDataItem*>& oldItems,
+                                bool sameOsdLanguage, const std::string& country,
+                                std::vector<TarvoDisclaimerDataItem*>& result);
 
     // Shared by both answers: parse, and take "rsp" with its "stat"; false on text that is no JSON.
     bool m_ParseAnswer(const char* text, Json::Value& root);

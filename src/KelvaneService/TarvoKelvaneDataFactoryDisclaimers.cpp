@@ -169,29 +169,24 @@ void CTarvoKelvaneDataFactory::m_ReadPPDetails(Json::Value& content, TarvoDiscla
     TARVO_LOGD("pplst rawdata - %s", item.details.c_str());
 }
 
-void CTarvoKelvaneDataFactory::m_SetDisclaimerContentItems(
-    const std::map<std::string, TarvoDisclaimerDataItem*>& newItems) {
-    CTarvoInternalData* store = CTarvoInternalData::GetInstance();
-    std::map<std::string, TarvoDisclaimerDataItem*>* oldItems = store->CopyDisclaimerItems(false);
-    std::vector<TarvoDisclaimerDataItem*> result;
-
-    const std::string usedLanguage = CTarvoKelvaneConnector::GetUsedOsdLanguage();
-    const bool sameOsdLanguage = usedLanguage == store->GetDisclaimerOSDLanguge();
-    TARVO_LOGI("sameOsdLanguage = %d", sameOsdLanguage ? 1 : 0);
-
-    const std::string country = CTarvoExternalData::GetInstance()->GetCountryCode();
-    const bool sameCountry = !oldItems->empty() && country == oldItems->begin()->second->countryCode;
-    auto agreedIn = [oldItems](const char* id) {
-        auto found = oldItems->find(id);
-        return found != oldItems->end() && found->second->isAgreed;
+// The records to write for `newItems` against the stored `oldItems`: answers kept where they
+// still apply, the others reset and judged for revision.
+void CTarvoKelvaneDataFactory::m_MergeDisclaimerItems(
+    const std::map<std::string, TarvoDisclaimerDataItem*>& newItems,
+    const std::map<std::string, TarvoDisclaimerDataItem*>& oldItems, bool sameOsdLanguage,
+    const std::string& country, std::vector<TarvoDisclaimerDataItem*>& result) {
+    const bool sameCountry = !oldItems.empty() && country == oldItems.begin()->second->countryCode;
+    auto agreedIn = [&oldItems](const char* id) {
+        auto found = oldItems.find(id);
+        return found != oldItems.end() && found->second->isAgreed;
     };
     const bool tncAgreed = agreedIn("tnc");
     const bool ppAgreed = agreedIn("pp");
 
     for (const auto& entry : newItems) {
         const TarvoDisclaimerDataItem* fresh = entry.second;
-        auto found = oldItems->find(entry.first);
-        const TarvoDisclaimerDataItem* old = found != oldItems->end() ? found->second : nullptr;
+        auto found = oldItems.find(entry.first);
+        const TarvoDisclaimerDataItem* old = found != oldItems.end() ? found->second : nullptr;
         TarvoDisclaimerDataItem* copy = nullptr;
         if (sameCountry && old != nullptr && fresh->countryCode == old->countryCode &&
             fresh->version == old->version) {
@@ -215,12 +210,40 @@ void CTarvoKelvaneDataFactory::m_SetDisclaimerContentItems(
         }
         result.push_back(copy);
     }
+}
 
-    store->DeleteCopyMap(oldItems);
-    store->SetDisclaimerOSDLanguge(usedLanguage);
+void CTarvoKelvaneDataFactory::m_SetDisclaimerContentItems(
+    const std::map<std::string, TarvoDisclaimerDataItem*>& newItems) {
+    CTarvoInternalData* store = CTarvoInternalData::GetInstance();
+    std::vector<TarvoDisclaimerDataItem*> result;
+
+    const std::string usedLanguage = CTarvoKelvaneConnector::GetUsedOsdLanguage();
+    const bool sameOsdLanguage = usedLanguage == store->GetDisclaimerOSDLanguge();
+    TARVO_LOGI("sameOsdLanguage = %d", sameOsdLanguage ? 1 : 0);
+    const std::string country = CTarvoExternalData::GetInstance()->GetCountryCode();
+
+    // An answer given while the records are merged would be overwritten by the snapshot's: the
+    // merge is made again from the store as it is then, so that the answer is kept.
+    constexpr int kMergeTries = 8;
+    for (int attempt = 1;; ++attempt) {
+        const unsigned long generation = store->GetAgreementGeneration();
+        std::map<std::string, TarvoDisclaimerDataItem*>* oldItems = store->CopyDisclaimerItems(false);
+        m_MergeDisclaimerItems(newItems, *oldItems, sameOsdLanguage, country, result);
+        store->DeleteCopyMap(oldItems);
+        store->SetDisclaimerOSDLanguge(usedLanguage);
+        if (result.empty()) break;
+        if (attempt == kMergeTries) {
+            TARVO_LOGW("records kept changing while merged, written after %d tries", attempt);
+            store->SetDisclaimerItems(result);
+            break;
+        }
+        if (store->SetDisclaimerItemsIfUnchanged(result, generation)) break;
+        TARVO_LOGW("an answer changed while the records were merged, merging again");
+        for (TarvoDisclaimerDataItem* item : result) delete item;
+        result.clear();
+    }
 
     if (!result.empty()) {
-        store->SetDisclaimerItems(result);
         // Every replaced record is announced as not agreed, whatever it kept.
         std::string agreements;
         for (TarvoDisclaimerDataItem* item : result) {

@@ -160,7 +160,6 @@ std::string PowerCut::Verify(const std::string& root, const Child& work, const C
     std::map<std::string, std::set<std::string>> allowed;
     for (const auto& entry : m_initial) allowed[entry.first] = {entry.second};
     std::map<std::string, std::string> pending;
-    bool merging = false;
     bool reset_called = false;
     bool reset_done = false;
     for (const std::string& line : work.lines) {
@@ -172,20 +171,9 @@ std::string PowerCut::Verify(const std::string& root, const Child& work, const C
             for (std::string item; words >> item;)
                 pending[item.substr(0, item.find('='))] = item.substr(item.find('=') + 1);
         } else if (word == "ack") {
-            // A server merge works from a copy of the records taken as it starts, and writes
-            // them back whole: an answer given meanwhile may give way to the one before it.
-            for (const auto& entry : pending) {
-                if (merging) {
-                    // Before its first answer, an id holds what the server gave it.
-                    if (allowed.count(entry.first) == 0) allowed[entry.first] = {"*"};
-                    allowed[entry.first].insert(entry.second);
-                } else {
-                    allowed[entry.first] = {entry.second};
-                }
-            }
+            // Also while a server merge runs: it keeps an answer given meanwhile.
+            for (const auto& entry : pending) allowed[entry.first] = {entry.second};
             pending.clear();
-        } else if (word == "merge-begin" || word == "merge-end") {
-            merging = word == "merge-begin";
         } else if (word == "call-reset") {
             reset_called = true;
         } else if (word == "reset") {

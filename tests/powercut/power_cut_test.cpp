@@ -159,11 +159,9 @@ void SyncWork(Reporter& report, uint64_t seed) {
     Json::Value request(Json::objectValue);
     request["method"] = "request update disclaimers";
     request["request_from"] = "wizard-easy";
-    report.Line("merge-begin");
     if (!service.Call(request)["result"].asBool()) report.Fail("the update was refused");
     Answer(service, report, random, ids, 4);
     if (!WaitUntil([&] { return service.Got() > got; }, seconds(30))) report.Fail("the update did not end");
-    report.Line("merge-end");
     Answer(service, report, random, ids, 4);
 }
 
