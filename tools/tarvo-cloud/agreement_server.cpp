@@ -271,6 +271,9 @@ void AnswerAgreement(CloudContext& context, const std::string& deployment, const
                                       fault->msg.empty() ? "Internal server error" : fault->msg),
                             kXml);
             return;
+        case FaultKind::kBody:
+            res.set_content(fault->body, kXml);
+            return;
         case FaultKind::kNotXml:
             res.set_content("502 Bad Gateway: the upstream agreement service did not answer.\n", kText);
             return;

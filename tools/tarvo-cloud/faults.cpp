@@ -30,7 +30,8 @@ const std::map<std::string, FaultKind>& KindNames() {
                                                            {"not_xml", FaultKind::kNotXml},
                                                            {"wrong_root", FaultKind::kWrongRoot},
                                                            {"ok_with_err", FaultKind::kOkWithErr},
-                                                           {"untrusted_cert", FaultKind::kUntrustedCert}};
+                                                           {"untrusted_cert", FaultKind::kUntrustedCert},
+                                                           {"body", FaultKind::kBody}};
     return names;
 }
 
@@ -52,7 +53,7 @@ const std::vector<PathKinds>& KindsByPath() {
         {"agreement",
          {FaultKind::kStatError, FaultKind::kNotXml, FaultKind::kWrongRoot, FaultKind::kOkWithErr,
           FaultKind::kHttpStatus, FaultKind::kDelay, FaultKind::kDrop, FaultKind::kBigChunk,
-          FaultKind::kEmpty, FaultKind::kUntrustedCert}},
+          FaultKind::kEmpty, FaultKind::kUntrustedCert, FaultKind::kBody}},
         {"log", {FaultKind::kHttpStatus, FaultKind::kDelay, FaultKind::kDrop}}};
     return table;
 }
@@ -139,6 +140,13 @@ FaultParseResult ParseFault(const Json::Value& request) {
         }
         fault.msg = request["msg"].asString();
     }
+    if (fault.kind == FaultKind::kBody) {
+        if (!request["body"].isString()) {
+            result.error = "\"body\" must be the answer's text";
+            return result;
+        }
+        fault.body = request["body"].asString();
+    }
     long long status = fault.status;
     long long delay = fault.delay_ms;
     long long bytes = static_cast<long long>(fault.bytes);
@@ -163,6 +171,7 @@ Json::Value FaultToJson(const Fault& fault) {
     json["kind"] = KindName(fault.kind);
     if (!fault.code.empty()) json["code"] = fault.code;
     if (!fault.msg.empty()) json["msg"] = fault.msg;
+    if (fault.kind == FaultKind::kBody) json["body_bytes"] = Json::UInt64(fault.body.size());
     json["status"] = fault.status;
     json["delay_ms"] = fault.delay_ms;
     json["bytes"] = Json::UInt64(fault.bytes);

@@ -25,7 +25,8 @@ enum class FaultKind {
     kNotXml,
     kWrongRoot,
     kOkWithErr,
-    kUntrustedCert
+    kUntrustedCert,
+    kBody
 };
 
 struct Fault {
@@ -37,6 +38,7 @@ struct Fault {
     int delay_ms = 1000;
     size_t bytes = 20000;
     long remaining = -1;  // requests it still applies to; -1 is without limit
+    std::string body;     // the answer of kind "body", as given
 };
 
 struct FaultParseResult {

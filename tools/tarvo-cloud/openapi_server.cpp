@@ -83,6 +83,7 @@ void Answer(CloudContext& context, const char* route, const httplib::Request& re
         case FaultKind::kWrongRoot:
         case FaultKind::kOkWithErr:
         case FaultKind::kUntrustedCert:
+        case FaultKind::kBody:
             // The admin refuses these for the OpenAPI paths.
             res.set_content(CompactJson(build()), kJson);
             return;

@@ -199,6 +199,7 @@ delay, drop):
                  sent as one single HTTP chunk, never compressed
   empty          status 200 with an empty body
   not_xml        a plain-text body that is no XML
+  body           the text of "body" as the agreement answer, whatever it holds
   wrong_root     <response stat="ok"/>: a root other than "rsp"
   ok_with_err    <rsp stat="ok"> holding an "err" element ("code" default "0", "msg")
   untrusted_cert the TLS handshake presents a certificate of another CA, so the device's
