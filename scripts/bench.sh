@@ -26,10 +26,10 @@
 # Figure and floor always run by turns or in shuffled repetitions and their medians are compared,
 # but on a shared machine both still drift: say so when quoting them.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
 usage() { sed -n '2,27p' "$0" | sed 's/^# \{0,1\}//'; }
 
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 build=build/bench
 json=""

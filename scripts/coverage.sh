@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Line and branch coverage of every test, per folder, with an HTML report.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
 usage() {
   cat <<'EOF'
@@ -33,8 +34,6 @@ build is warm. Starts nothing with --help.
 EOF
 }
 
-top=$(cd "$(dirname "$0")/.." && pwd)
-jobs=${TARVO_JOBS:-$(nproc)}
 build=1
 tests_regex=""
 while [ $# -gt 0 ]; do
@@ -48,10 +47,6 @@ while [ $# -gt 0 ]; do
 done
 cd "$top"
 dir=build/coverage
-
-stage_start=0
-stage() { stage_start=$(date +%s); echo; echo "== $1"; }
-stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
 
 stage "gcovr"
 if ! command -v gcovr >/dev/null; then

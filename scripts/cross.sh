@@ -15,6 +15,7 @@
 #   Rough duration on 2 cores: sysroot 15-30 s once (then cached), build about 8 min from a cold
 #   ccache (3-4 min warm), tests 30 s; --memory adds a native release build and 1 min.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
 arch=armhf
 build_only=0
@@ -36,9 +37,7 @@ case "$arch" in
   arm64) triplet=aarch64-linux-gnu; qemu=qemu-aarch64 ;;
 esac
 
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
-jobs=${TARVO_JOBS:-$(nproc)}
 build=build/$arch
 sysroot=$top/build/sysroot/$arch
 export TARVO_SYSROOT=$sysroot
@@ -49,10 +48,6 @@ EMULATION_EXCLUDED=(
   # translation cache grows with every new code path), so the bound it checks fails at random.
   'Connector\.ARefused64MiBAnswerNeverGetsNearItsSizeInMemoryWhetherPlainOrCompressed'
 )
-
-stage_start=0
-stage() { stage_start=$(date +%s); echo; echo "== $1"; }
-stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
 
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo="sudo"

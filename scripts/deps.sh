@@ -14,6 +14,7 @@
 # Duration: under a second when everything is present; a first install of the test set takes
 # some minutes, most of it the download.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
 # One line per need; a set is a list of these groups. Add a package to the group it belongs to.
 build_tools=(build-essential cmake ninja-build pkg-config)
@@ -25,8 +26,6 @@ browser_tests=(chromium chromium-driver python3-selenium)
 
 run_set=("${build_tools[@]}" "${build_libraries[@]}" "${run_tools[@]}")
 test_set=("${run_set[@]}" "${test_libraries[@]}" "${test_tools[@]}" "${browser_tests[@]}")
-
-usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
 
 sets=()
 list=0

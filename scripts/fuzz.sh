@@ -12,15 +12,13 @@
 # Duration on 2 cores: the first build some 5 minutes, then SECONDS and a few seconds of merging
 # per target (9 targets: about 10 minutes at the default).
 set -euo pipefail
-
-usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
+source "$(dirname "$0")/lib/common.sh"
 
 case "${1:-}" in
   -h | --help) usage; exit 0 ;;
   -*) echo "fuzz.sh: unknown option '$1'" >&2; usage >&2; exit 2 ;;
 esac
 
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 seconds=60
 if [ $# -gt 0 ] && [[ "$1" =~ ^[0-9]+$ ]]; then
@@ -28,7 +26,6 @@ if [ $# -gt 0 ] && [[ "$1" =~ ^[0-9]+$ ]]; then
   shift
 fi
 build=${TARVO_FUZZ_BUILD:-build/asan}
-jobs=${TARVO_JOBS:-$(nproc)}
 
 targets=()
 if [ $# -gt 0 ]; then

@@ -2,6 +2,7 @@
 # Plants faults of our own choosing, one at a time, in a copy of the tree and runs the tests
 # that should notice each; prints which faults the tests caught and which survived.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
 usage() {
   cat <<'EOF'
@@ -45,8 +46,6 @@ mutants=(
   "query-key@src/KelvaneService/TarvoKelvaneConnector.cpp@s/\"\&countrycode=\"/\"\&country=\"/@^(Connector|Sync)\\.@the update notice asks with a wrong query key"
 )
 
-top=$(cd "$(dirname "$0")/.." && pwd)
-jobs=${TARVO_JOBS:-$(nproc)}
 only=""
 while [ $# -gt 0 ]; do
   case "$1" in

@@ -15,6 +15,7 @@
 #   fails if the sonames differ); lintian (an error fails); the installed test (dpkg --root).
 #   Rough duration on 2 cores: 7-8 min per architecture from a cold ccache, 1 min warm; test 10-20 s.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
 arch=$(dpkg --print-architecture)
 native=$arch
@@ -28,15 +29,9 @@ for arg in "$@"; do
   esac
 done
 
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
-jobs=${TARVO_JOBS:-$(nproc)}
 out=build/packages
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$top} CCACHE_DIR=${CCACHE_DIR:-$HOME/.ccache}
-
-stage_start=0
-stage() { stage_start=$(date +%s); echo; echo "== $1"; }
-stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
 
 stage "dependencies"
 bash scripts/deps.sh

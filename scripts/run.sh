@@ -14,8 +14,7 @@
 # TARVO_LOG_FILES); tarvoctl log reads it.
 # TARVO_RUN_SKIP_BUILD=1 uses the binaries already built in TARVO_RUN_BUILD_DIR (default build/run).
 set -euo pipefail
-
-usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
+source "$(dirname "$0")/lib/common.sh"
 
 fresh=0
 for arg in "$@"; do
@@ -32,7 +31,6 @@ for arg in "$@"; do
   esac
 done
 
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 
 build=${TARVO_RUN_BUILD_DIR:-build/run}

@@ -20,24 +20,12 @@
 #                                root and started there (scripts/package.sh)
 # Duration: about 20 minutes in all on 2 cores. TARVO_JOBS sets the build and test jobs (default nproc).
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
-usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
+takes_no_arguments "$@"
 
-for arg in "$@"; do
-  case "$arg" in
-    -h | --help) usage; exit 0 ;;
-    *) echo "test.sh: unknown argument '$arg' (it takes none)" >&2; usage >&2; exit 2 ;;
-  esac
-done
-
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
-jobs=${TARVO_JOBS:-$(nproc)}
 fuzz_seconds=${TARVO_FUZZ_SECONDS:-20}
-
-stage_start=0
-stage() { stage_start=$(date +%s); echo; echo "== $1"; }
-stage_done() { echo "== done in $(( $(date +%s) - stage_start )) s"; }
 
 stage "dependencies"
 bash scripts/deps.sh test

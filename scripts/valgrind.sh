@@ -11,19 +11,11 @@
 # update, an answer and its upload to the cloud; a stop, and memcheck's summary.
 # Duration on 2 cores: the first build some 5 minutes, the run under memcheck 1 to 2 minutes.
 set -euo pipefail
+source "$(dirname "$0")/lib/common.sh"
 
-usage() { awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"; }
+takes_no_arguments "$@"
 
-for arg in "$@"; do
-  case "$arg" in
-    -h | --help) usage; exit 0 ;;
-    *) echo "valgrind.sh: unknown argument '$arg' (it takes none)" >&2; usage >&2; exit 2 ;;
-  esac
-done
-
-top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
-jobs=${TARVO_JOBS:-$(nproc)}
 build=build/valgrind
 
 for tool in valgrind jq curl; do
