@@ -47,7 +47,8 @@ const std::string& ProfilePath() {
     return path;
 }
 
-// What one client call has looked at: the profile and the members found in it so far.
+// What the client calls of this thread have looked at: the profile and the members found in it,
+// kept while the profile file is unchanged.
 struct CallProfile {
     detail::CallStamp stamp;
     std::shared_ptr<const Json::Value> profile;
@@ -89,10 +90,14 @@ CallProfile* HeldForCall() {
     const detail::CallStamp now = detail::CallStamp::Now();
     if (now.call == 0) return nullptr;
     if (held.stamp == now) return &held;
-    // Cleared before the read: a profile read that fails leaves no member of the last call behind.
-    for (size_t i = 0; i < held.count; ++i) held.found[i] = CallProfile::Found{};
-    held.count = 0;
-    held.profile = ReadProfile();
+    // While the file is unchanged every call gets the same parsed profile, and the members the
+    // last call found in it stay good: held here, it cannot be freed and another take its place.
+    std::shared_ptr<const Json::Value> profile = ReadProfile();
+    if (profile != held.profile) {
+        for (size_t i = 0; i < held.count; ++i) held.found[i] = CallProfile::Found{};
+        held.count = 0;
+        held.profile = std::move(profile);
+    }
     held.stamp = now;
     return &held;
 }
@@ -129,7 +134,7 @@ detail::MemberRef FindForCall(const char* object, int key) {
     }
     for (size_t i = 0; i < held->count; ++i) {
         const CallProfile::Found& found = held->found[i];
-        if (found.key == key && std::strcmp(found.object, object) == 0)
+        if (found.key == key && (found.object == object || std::strcmp(found.object, object) == 0))
             return detail::MemberRef(found.member, nullptr);
     }
     const Json::Value* member = Find(held->profile.get(), object, key);
