@@ -39,6 +39,15 @@ class MemberRef {
 MemberRef ProfileMemberRef(const char* name);
 // profile[object][key written in decimal], as "factory_data" and "system_info" are keyed.
 MemberRef ProfileMemberRef(const char* object, int key);
+// What a member holds when it is a plain bool or int (hotel mode, a capability). Kept with the
+// member in the calls' memo, so that the checks a call makes for every record read no JSON.
+struct MemberScalar {
+    enum Kind { kMissing, kBool, kInt, kOther } kind = kMissing;
+    int value = 0;
+};
+// profile[object][key written in decimal] as ProfileMemberRef finds it; kMissing for null.
+MemberScalar ProfileScalar(const char* object, int key);
+
 // A malloc'ed, zero-ended copy of a JSON string, taken from the value in place; null when `text`
 // is no string or memory is short.
 char* MallocString(const Json::Value& text);
