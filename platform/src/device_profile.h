@@ -18,10 +18,10 @@ std::optional<Json::Value> ProfileMember(const std::string& name);
 std::optional<Json::Value> ProfileMember(const std::string& object, const std::string& key);
 
 // A member read in place, not copied; null when the profile or the member is missing or null.
-// Inside a client call (CallScope) each member is looked up once and the call's memo keeps the
-// profile, so the checks a call makes for every record cost a few compares and no atomic count;
-// the pointer then stays good until this thread looks at the profile again. Outside a call the
-// reference holds the profile itself.
+// Inside a client call (CallScope) the thread's memo keeps the profile and each member found in
+// it while the file is unchanged, so the checks a call makes for every record cost a few compares
+// and no atomic count; the pointer then stays good until this thread looks at the profile again.
+// Outside a call the reference holds the profile itself.
 class MemberRef {
   public:
     MemberRef() = default;
