@@ -47,7 +47,8 @@ const std::string& ProfilePath() {
     return path;
 }
 
-// What one client call has looked at: the profile and the members found in it so far.
+// What the client calls of this thread have looked at: the profile and the members found in it,
+// kept while the profile file is unchanged.
 struct CallProfile {
     detail::CallStamp stamp;
     std::shared_ptr<const Json::Value> profile;
@@ -55,6 +56,7 @@ struct CallProfile {
         const char* object = nullptr;  // the member's name, or the object's for a keyed member
         int key = -1;                  // -1: profile[object] itself
         const Json::Value* member = nullptr;
+        detail::MemberScalar scalar;
     };
     // A call asks for a handful of members (hotel mode, three capabilities), once per record.
     std::array<Found, 16> found;
@@ -89,10 +91,14 @@ CallProfile* HeldForCall() {
     const detail::CallStamp now = detail::CallStamp::Now();
     if (now.call == 0) return nullptr;
     if (held.stamp == now) return &held;
-    // Cleared before the read: a profile read that fails leaves no member of the last call behind.
-    for (size_t i = 0; i < held.count; ++i) held.found[i] = CallProfile::Found{};
-    held.count = 0;
-    held.profile = ReadProfile();
+    // While the file is unchanged every call gets the same parsed profile, and the members the
+    // last call found in it stay good: held here, it cannot be freed and another take its place.
+    std::shared_ptr<const Json::Value> profile = ReadProfile();
+    if (profile != held.profile) {
+        for (size_t i = 0; i < held.count; ++i) held.found[i] = CallProfile::Found{};
+        held.count = 0;
+        held.profile = std::move(profile);
+    }
     held.stamp = now;
     return &held;
 }
@@ -120,6 +126,34 @@ const Json::Value* Find(const Json::Value* profile, const char* object, int key)
     return member;
 }
 
+detail::MemberScalar ScalarOf(const Json::Value* member) {
+    detail::MemberScalar scalar;
+    if (member == nullptr) return scalar;
+    scalar.kind = detail::MemberScalar::kOther;
+    if (member->isBool()) {
+        scalar.kind = detail::MemberScalar::kBool;
+        scalar.value = member->asBool() ? 1 : 0;
+    } else if (member->isInt()) {
+        scalar.kind = detail::MemberScalar::kInt;
+        scalar.value = member->asInt();
+    }
+    return scalar;
+}
+
+// The member as the memo holds it, looked up and added when it is not there yet.
+CallProfile::Found Lookup(CallProfile& held, const char* object, int key) {
+    for (size_t i = 0; i < held.count; ++i) {
+        const CallProfile::Found& found = held.found[i];
+        if (found.key == key && (found.object == object || std::strcmp(found.object, object) == 0))
+            return found;
+    }
+    // Names are the platform's literals, which outlive the memo.
+    const Json::Value* member = Find(held.profile.get(), object, key);
+    const CallProfile::Found found{object, key, member, ScalarOf(member)};
+    if (held.count < held.found.size()) held.found[held.count++] = found;
+    return found;
+}
+
 detail::MemberRef FindForCall(const char* object, int key) {
     CallProfile* held = HeldForCall();
     if (held == nullptr) {
@@ -127,16 +161,7 @@ detail::MemberRef FindForCall(const char* object, int key) {
         const Json::Value* member = Find(profile.get(), object, key);
         return member != nullptr ? detail::MemberRef(member, std::move(profile)) : detail::MemberRef();
     }
-    for (size_t i = 0; i < held->count; ++i) {
-        const CallProfile::Found& found = held->found[i];
-        if (found.key == key && std::strcmp(found.object, object) == 0)
-            return detail::MemberRef(found.member, nullptr);
-    }
-    const Json::Value* member = Find(held->profile.get(), object, key);
-    // Names are the platform's literals, which outlive the call.
-    if (held->count < held->found.size())
-        held->found[held->count++] = CallProfile::Found{object, key, member};
-    return detail::MemberRef(member, nullptr);
+    return detail::MemberRef(Lookup(*held, object, key).member, nullptr);
 }
 
 }  // namespace
@@ -190,6 +215,15 @@ char* MallocString(const Json::Value& text) {
 MemberRef ProfileMemberRef(const char* name) { return FindForCall(name, -1); }
 
 MemberRef ProfileMemberRef(const char* object, int key) { return FindForCall(object, key); }
+
+MemberScalar ProfileScalar(const char* object, int key) {
+    CallProfile* held = HeldForCall();
+    if (held == nullptr) {
+        const auto profile = ReadProfile();
+        return ScalarOf(Find(profile.get(), object, key));
+    }
+    return Lookup(*held, object, key).scalar;
+}
 
 }  // namespace detail
 }  // namespace platform

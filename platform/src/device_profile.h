@@ -18,10 +18,10 @@ std::optional<Json::Value> ProfileMember(const std::string& name);
 std::optional<Json::Value> ProfileMember(const std::string& object, const std::string& key);
 
 // A member read in place, not copied; null when the profile or the member is missing or null.
-// Inside a client call (CallScope) each member is looked up once and the call's memo keeps the
-// profile, so the checks a call makes for every record cost a few compares and no atomic count;
-// the pointer then stays good until this thread looks at the profile again. Outside a call the
-// reference holds the profile itself.
+// Inside a client call (CallScope) the thread's memo keeps the profile and each member found in
+// it while the file is unchanged, so the checks a call makes for every record cost a few compares
+// and no atomic count; the pointer then stays good until this thread looks at the profile again.
+// Outside a call the reference holds the profile itself.
 class MemberRef {
   public:
     MemberRef() = default;
@@ -39,6 +39,15 @@ class MemberRef {
 MemberRef ProfileMemberRef(const char* name);
 // profile[object][key written in decimal], as "factory_data" and "system_info" are keyed.
 MemberRef ProfileMemberRef(const char* object, int key);
+// What a member holds when it is a plain bool or int (hotel mode, a capability). Kept with the
+// member in the calls' memo, so that the checks a call makes for every record read no JSON.
+struct MemberScalar {
+    enum Kind { kMissing, kBool, kInt, kOther } kind = kMissing;
+    int value = 0;
+};
+// profile[object][key written in decimal] as ProfileMemberRef finds it; kMissing for null.
+MemberScalar ProfileScalar(const char* object, int key);
+
 // A malloc'ed, zero-ended copy of a JSON string, taken from the value in place; null when `text`
 // is no string or memory is short.
 char* MallocString(const Json::Value& text);

@@ -24,6 +24,7 @@
 #include <vector>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace tarvo {
@@ -55,10 +56,10 @@ CaptureRegistry& Captures() {
     return *registry;
 }
 
-void Deliver(std::string_view text) {
+bool CapturesLive() { return Captures().live.load(std::memory_order_acquire) != 0; }
+
+void Deliver(const std::string& message) {
     CaptureRegistry& registry = Captures();
-    if (registry.live.load(std::memory_order_acquire) == 0) return;
-    const std::string message(text);
     std::vector<std::shared_ptr<CaptureState>> targets;
     {
         std::lock_guard<std::mutex> lock(registry.mutex);
@@ -128,6 +129,23 @@ LogLimits LimitsFromEnv() {
     return limits;
 }
 
+// The type, size, link count and identity of the open file `fd` into `st`. Not fstat: a look at a
+// file's times makes the kernel give the next write a fine-grained time stamp of its own, and so
+// every write of the log its own inode update in the journal.
+bool StatusOf(int fd, struct stat& st) {
+    struct statx status {};
+    if (statx(fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE,
+              &status) != 0) {
+        return errno == ENOSYS && fstat(fd, &st) == 0;
+    }
+    st.st_mode = status.stx_mode;
+    st.st_nlink = status.stx_nlink;
+    st.st_ino = status.stx_ino;
+    st.st_dev = makedev(status.stx_dev_major, status.stx_dev_minor);
+    st.st_size = static_cast<off_t>(status.stx_size);
+    return true;
+}
+
 // The log file, kept open between lines: each line (or batch of lines) is one write(2) to it, so
 // that lines of several threads or processes never mix and a line is in the kernel's hands, safe
 // from a crash of the process, as soon as it is written. Before a write that would take the file
@@ -140,13 +158,13 @@ class LogFile {
         // Another root, or the file was removed: the next line goes to a file at the path again.
         struct stat st {};
         if (m_fd >= 0 &&
-            (m_root != (root != nullptr ? root : "") || fstat(m_fd, &st) != 0 || st.st_nlink == 0)) {
+            (m_root != (root != nullptr ? root : "") || !StatusOf(m_fd, st) || st.st_nlink == 0)) {
             Close();
         }
         if (m_fd < 0) {
             m_root = root != nullptr ? root : "";
             m_path = platform_path("/var/log/tarvo.log");
-            if (!Open() || fstat(m_fd, &st) != 0) return;
+            if (!Open() || !StatusOf(m_fd, st)) return;
         }
         if (S_ISREG(st.st_mode) && st.st_size > 0 &&
             st.st_size + static_cast<off_t>(text.size()) > m_limits.maxBytes) {
@@ -384,25 +402,137 @@ struct MirrorFilter {
     }
 };
 
-// `line` without the colour sequences (ESC '[' digits and ';' 'm') the service's lines carry:
-// they belong on a terminal only. Any other escape stays as written.
-std::string_view WithoutColours(std::string_view line, std::string& out) {
-    size_t escape = line.find('\033');
-    if (escape == std::string_view::npos) return line;
-    out.clear();
-    size_t copied = 0;
-    for (; escape != std::string_view::npos; escape = line.find('\033', escape + 1)) {
-        if (escape + 1 >= line.size() || line[escape + 1] != '[') continue;
-        size_t end = escape + 2;
-        while (end < line.size() && (isdigit(static_cast<unsigned char>(line[end])) != 0 || line[end] == ';'))
-            ++end;
-        if (end >= line.size() || line[end] != 'm') continue;
-        out.append(line.data() + copied, escape - copied);
-        copied = end + 1;
-        escape = end;
+// Drops the colour sequences (ESC '[' digits and ';' 'm') the service's lines carry from
+// text[0, length), in place: they belong on a terminal only. Any other escape stays as written.
+// The new length.
+size_t StripColours(char* text, size_t length) {
+    const void* first = memchr(text, '\033', length);
+    if (first == nullptr) return length;
+    size_t read = static_cast<size_t>(static_cast<const char*>(first) - text);
+    size_t kept = read;
+    while (read < length) {
+        if (text[read] == '\033' && read + 1 < length && text[read + 1] == '[') {
+            size_t end = read + 2;
+            while (end < length && (isdigit(static_cast<unsigned char>(text[end])) != 0 || text[end] == ';'))
+                ++end;
+            if (end < length && text[end] == 'm') {
+                read = end + 1;
+                continue;
+            }
+        }
+        const void* next = memchr(text + read + 1, '\033', length - read - 1);
+        const size_t stop =
+            next != nullptr ? static_cast<size_t>(static_cast<const char*>(next) - text) : length;
+        memmove(text + kept, text + read, stop - read);
+        kept += stop - read;
+        read = stop;
     }
-    out.append(line.data() + copied, line.size() - copied);
-    return out;
+    return kept;
+}
+
+// "TIME P/TAG(PID): " into `out`, which has room for HeadRoom(tag_length); its length. Put
+// together by hand: snprintf costs more than the rest of the line.
+constexpr size_t HeadRoom(size_t tag_length) { return 24 + 3 + tag_length + 1 + 21 + 3; }
+
+size_t PutHead(char* out, int prio, const char* tag, size_t tag_length) {
+    size_t head = TimeStamp(out);
+    out[head++] = ' ';
+    out[head++] = PriorityLetter(prio);
+    out[head++] = '/';
+    memcpy(out + head, tag, tag_length);
+    head += tag_length;
+    out[head++] = '(';
+    head += Decimal(static_cast<long>(LinePid()), out + head);
+    memcpy(out + head, "): ", 3);
+    return head + 3;
+}
+
+// Where a line is put together: straight in the free part of the thread's batch when there is
+// one with room, so that a held line is never copied; else in a buffer of the thread's own.
+struct LineSpace {
+    char* data;
+    size_t size;
+    BatchSlot* slot;  // the batch `data` lies in, or null
+};
+
+LineSpace SpaceInBatch(size_t head_room) {
+    BatchSlot* slot = t_batch;
+    if (slot == nullptr) return LineSpace{nullptr, 0, nullptr};
+    const size_t held = slot->committed.load(std::memory_order_relaxed);
+    // Too little room left for a line of the usual length: the buffer takes it and AppendLine
+    // writes the batch out first.
+    if (sizeof(slot->data) - held < head_room + 512) return LineSpace{nullptr, 0, nullptr};
+    return LineSpace{slot->data + held, sizeof(slot->data) - held, slot};
+}
+
+int PrintLine(int prio, const char* tag, const char* fmt, va_list args) {
+    // The buffer grows to the longest line the thread wrote (a server's whole answer may be one),
+    // so that a long line is formatted once, not measured first; past 64 KiB it is given back
+    // after the line.
+    thread_local std::vector<char> buffer(4096);
+    constexpr size_t kKeptBytes = 64 * 1024;
+    const char* tag_text = tag != nullptr ? tag : "";
+    const size_t tag_length = strlen(tag_text);
+    const size_t head_room = HeadRoom(tag_length);
+    LineSpace space = SpaceInBatch(head_room);
+    if (space.slot == nullptr) {
+        if (buffer.size() < head_room + 4096) buffer.resize(head_room + 4096);
+        space = LineSpace{buffer.data(), buffer.size(), nullptr};
+    }
+    const size_t head = PutHead(space.data, prio, tag_text, tag_length);
+    va_list copy;
+    va_copy(copy, args);
+    // Room for the newline stays after the message.
+    int needed = vsnprintf(space.data + head, space.size - head - 1, fmt, copy);
+    va_end(copy);
+    if (needed < 0) needed = 0;
+    if (head + static_cast<size_t>(needed) + 1 >= space.size) {
+        // Growing the buffer keeps a head already in it; one made in the batch is copied over.
+        if (buffer.size() < head + static_cast<size_t>(needed) + 2)
+            buffer.resize(head + static_cast<size_t>(needed) + 2);
+        if (space.slot != nullptr) memcpy(buffer.data(), space.data, head);
+        space = LineSpace{buffer.data(), buffer.size(), nullptr};
+        vsnprintf(space.data + head, static_cast<size_t>(needed) + 1, fmt, args);
+    }
+    char* text = space.data;
+    size_t length = head + static_cast<size_t>(needed);
+    while (length > head && text[length - 1] == '\n') --length;
+    const int written = static_cast<int>(length - head);
+    // Taken before the colours go: a capture keeps the message as the caller wrote it.
+    std::string captured;
+    const bool capture = CapturesLive();
+    if (capture) captured.assign(text + head, length - head);
+    text[length++] = '\n';
+
+    // Read once: the environment a process starts with says whether its lines go to a terminal.
+    static const bool mirror = [] {
+        const char* value = getenv("TARVO_LOG_STDERR");
+        return value != nullptr && strcmp(value, "1") == 0;
+    }();
+    static const bool mirror_colours = isatty(STDERR_FILENO) == 1;
+    static const MirrorFilter mirror_filter = MirrorFilter::FromEnv();
+    const bool mirrored = mirror && mirror_filter.Shows(prio, tag);
+    if (mirrored && mirror_colours) {
+        ssize_t ignored = write(STDERR_FILENO, text, length);
+        (void)ignored;
+    }
+    length = StripColours(text, length);
+    if (space.slot != nullptr) {
+        space.slot->committed.store(static_cast<size_t>(text + length - space.slot->data),
+                                    std::memory_order_release);
+    } else {
+        AppendLine(std::string_view(text, length));
+    }
+    if (mirrored && !mirror_colours) {
+        ssize_t ignored = write(STDERR_FILENO, text, length);
+        (void)ignored;
+    }
+    if (capture) Deliver(captured);
+    if (buffer.size() > kKeptBytes) {
+        buffer.resize(4096);
+        buffer.shrink_to_fit();
+    }
+    return written;
 }
 
 }  // namespace
@@ -476,73 +606,9 @@ LogBatch::~LogBatch() {
 extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...) {
     (void)log_id;
     if (fmt == nullptr) return -1;
-    // The line is built in one buffer per thread: "TIME P/TAG(PID): MESSAGE\n". It grows to the
-    // longest line the thread wrote (a server's whole answer may be one), so that a long line is
-    // formatted once, not measured first; past 64 KiB it is given back after the line.
-    thread_local std::vector<char> buffer(4096);
-    constexpr size_t kKeptBytes = 64 * 1024;
-    const char letter = tarvo::platform::PriorityLetter(prio);
-    const char* tag_text = tag != nullptr ? tag : "";
-    const size_t tag_length = strlen(tag_text);
-    char pid_text[16];
-    const size_t pid_length =
-        tarvo::platform::Decimal(static_cast<long>(tarvo::platform::LinePid()), pid_text);
-    // "TIME P/TAG(PID): " put together by hand: snprintf costs more than the rest of the line.
-    const size_t head_room = 24 + 3 + tag_length + 1 + pid_length + 3;
-    if (buffer.size() < head_room + 4096) buffer.resize(head_room + 4096);
-    char* out = buffer.data();
-    size_t head = tarvo::platform::TimeStamp(out);
-    out[head++] = ' ';
-    out[head++] = letter;
-    out[head++] = '/';
-    memcpy(out + head, tag_text, tag_length);
-    head += tag_length;
-    out[head++] = '(';
-    memcpy(out + head, pid_text, pid_length);
-    head += pid_length;
-    memcpy(out + head, "): ", 3);
-    head += 3;
     va_list args;
     va_start(args, fmt);
-    va_list copy;
-    va_copy(copy, args);
-    // Room for the newline stays after the message.
-    int needed = vsnprintf(buffer.data() + head, buffer.size() - head - 1, fmt, copy);
-    va_end(copy);
-    if (needed < 0) needed = 0;
-    if (head + static_cast<size_t>(needed) + 1 >= buffer.size()) {
-        buffer.resize(head + static_cast<size_t>(needed) + 2);
-        vsnprintf(buffer.data() + head, static_cast<size_t>(needed) + 1, fmt, args);
-    }
+    const int written = tarvo::platform::PrintLine(prio, tag, fmt, args);
     va_end(args);
-    char* text = buffer.data();
-    size_t length = head + static_cast<size_t>(needed);
-    while (length > head && text[length - 1] == '\n') --length;
-    const std::string_view message(text + head, length - head);
-    text[length++] = '\n';
-    const std::string_view line(text, length);
-
-    thread_local std::string plain;
-    const std::string_view plain_line = tarvo::platform::WithoutColours(line, plain);
-    tarvo::platform::AppendLine(plain_line);
-    // Read once: the environment a process starts with says whether its lines go to a terminal.
-    static const bool mirror = [] {
-        const char* value = getenv("TARVO_LOG_STDERR");
-        return value != nullptr && strcmp(value, "1") == 0;
-    }();
-    static const bool mirror_colours = isatty(STDERR_FILENO) == 1;
-    static const tarvo::platform::MirrorFilter mirror_filter = tarvo::platform::MirrorFilter::FromEnv();
-    if (mirror && mirror_filter.Shows(prio, tag)) {
-        const std::string_view shown = mirror_colours ? line : plain_line;
-        ssize_t ignored = write(STDERR_FILENO, shown.data(), shown.size());
-        (void)ignored;
-    }
-    tarvo::platform::Deliver(message);
-    const int written = static_cast<int>(message.size());
-    if (buffer.size() > kKeptBytes) {
-        buffer.resize(4096);
-        buffer.shrink_to_fit();
-        plain = std::string();
-    }
     return written;
 }

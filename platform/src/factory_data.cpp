@@ -5,8 +5,9 @@
 
 int GetData(int id, FactoryData* data) {
     if (data == nullptr) return 0;
-    const auto member = tarvo::platform::detail::ProfileMemberRef("factory_data", id);
-    if (!member || !member->isInt()) return 0;
-    data->i_val = member->asInt();
+    using tarvo::platform::detail::MemberScalar;
+    const MemberScalar member = tarvo::platform::detail::ProfileScalar("factory_data", id);
+    if (member.kind != MemberScalar::kInt) return 0;
+    data->i_val = member.value;
     return 1;
 }

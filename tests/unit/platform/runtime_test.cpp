@@ -42,6 +42,8 @@ TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPidWithoutColourCo
                  12, " text");
     __dlog_print(LOG_ID_MAIN, DLOG_DEBUG, "Other", "plain %d \033[1;33mbold\033[m \033]0;title", 5);
     __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "Other", "e");
+    // Longer than the line buffer a thread starts with.
+    __dlog_print(LOG_ID_MAIN, DLOG_INFO, "Long", "%s", std::string(9000, 'z').c_str());
 
     const std::string pid = std::to_string(getpid());
     const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
@@ -53,7 +55,8 @@ TEST(PlatformLog, EachCallAppendsOneLineWithTimePriorityTagAndPidWithoutColourCo
     }
     EXPECT_EQ(rest, (std::vector<std::string>{" W/TarvoDataControl(" + pid + "): a.cpp:  [Fn:12] text",
                                               " D/Other(" + pid + "): plain 5 bold \033]0;title",
-                                              " E/Other(" + pid + "): e"}));
+                                              " E/Other(" + pid + "): e",
+                                              " I/Long(" + pid + "): " + std::string(9000, 'z')}));
     EXPECT_EQ(capture.Lines().at(0), "a.cpp: \033[31m [Fn:12] text\033[0m");
 }
 
