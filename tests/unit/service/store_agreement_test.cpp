@@ -49,27 +49,27 @@ TEST_F(AgreementState, DefaultStatusFollowsTncAndPpButNeverOverwritesOtherValues
     Put(Record("tnc"));
     Put(Record("pp"));
     Set("tnc", true);
-    EXPECT_EQ(-99, VconfInt(kDefaultAgreeKey)) << "nothing written while pp is open";
+    EXPECT_EQ(-99, VconfNumber(kDefaultAgreeKey)) << "nothing written while pp is open";
     Set("pp", true);
-    EXPECT_EQ(1, VconfInt(kDefaultAgreeKey));
-    EXPECT_EQ(2, VconfInt(kAutoUpdateKey));
+    EXPECT_EQ(1, VconfNumber(kDefaultAgreeKey));
+    EXPECT_EQ(2, VconfNumber(kAutoUpdateKey));
 
     // Someone turned automatic updates off: a later check with status 1 leaves that alone.
     vconf_set_int(kAutoUpdateKey, 0);
     TarvoDisclaimerDataItem tnc = Record("tnc");
     tnc.isAgreed = true;
     Put(tnc);
-    EXPECT_EQ(0, VconfInt(kAutoUpdateKey));
+    EXPECT_EQ(0, VconfNumber(kAutoUpdateKey));
     Set("pp", false);
-    EXPECT_EQ(0, VconfInt(kDefaultAgreeKey));
+    EXPECT_EQ(0, VconfNumber(kDefaultAgreeKey));
 
     vconf_set_int(kDefaultAgreeKey, 2);
     Set("pp", true);
     Set("tnc", false);
-    EXPECT_EQ(2, VconfInt(kDefaultAgreeKey));
+    EXPECT_EQ(2, VconfNumber(kDefaultAgreeKey));
 
     vconf_set_int(kDefaultAgreeKey, 1);
     store->ClearDisclaimerItems();
-    EXPECT_EQ(0, VconfInt(kDefaultAgreeKey));
-    EXPECT_EQ(0, VconfInt(kAutoUpdateKey));
+    EXPECT_EQ(0, VconfNumber(kDefaultAgreeKey));
+    EXPECT_EQ(0, VconfNumber(kAutoUpdateKey));
 }

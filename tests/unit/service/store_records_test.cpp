@@ -101,7 +101,7 @@ TEST_F(StoreRecords, TablesLostUnderTheConnectionLeaveTheStoreServingFromMemory)
     std::string changes;
     store->SetAgreement("pp", true, changes);
     EXPECT_EQ("pp:true;", changes);
-    EXPECT_EQ("{\"pp\":\"true\"}\n", VconfStr(kAgreementsKey));
+    EXPECT_EQ("{\"pp\":\"true\"}\n", VconfText(kAgreementsKey));
     store->SetDisclaimerOSDLanguge("deu");
     EXPECT_EQ("deu", store->GetDisclaimerOSDLanguge());
 
@@ -147,5 +147,5 @@ TEST_F(StoreRecords, ConcurrentAnswersAndSnapshotsLeaveTheTableEqualToMemory) {
     }
     EXPECT_EQ(expected,
               Db("SELECT id, isAgreed, isAgreementPut FROM table_tarvo_data_disclaimer_info ORDER BY id"));
-    EXPECT_EQ(Json::FastWriter().write(mirror), VconfStr(kAgreementsKey));
+    EXPECT_EQ(Json::FastWriter().write(mirror), VconfText(kAgreementsKey));
 }
