@@ -1,32 +1,48 @@
+// The connector's requests against a loopback server, the wall clock among them: the requests'
+// timestamps stay right past 2038 where time_t is 64 bits, a 32-bit ARM build included. The clock
+// is moved for this process by an interposed gettimeofday (on a 32-bit build with 64-bit time_t
+// the header gives it its 64-bit name).
 #include <TarvoInternalData.h>
 #include <TarvoKelvaneConnector.h>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <vconf.h>
 
+#include <atomic>
 #include <ctime>
-#include <mutex>
 #include <regex>
-#include <thread>
 #include <vector>
 
+#include "loopback_http.h"
 #include "tarvo_test.h"
 
 namespace {
 
-struct Received {
-    std::string target;
-    httplib::Headers headers;
+// Seconds added to the wall clock; 0 leaves the other tests on the real clock.
+std::atomic<long long> g_clockShift{0};
 
-    std::vector<std::string> Values(const std::string& key) const {
-        std::vector<std::string> values;
-        auto range = headers.equal_range(key);
-        for (auto it = range.first; it != range.second; ++it) values.push_back(it->second);
-        return values;
-    }
-};
+}  // namespace
+
+extern "C" int gettimeofday(struct timeval* __restrict tv, void* __restrict) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tv->tv_sec = static_cast<time_t>(now.tv_sec + g_clockShift.load());
+    tv->tv_usec = static_cast<decltype(tv->tv_usec)>(now.tv_nsec / 1000);
+    return 0;
+}
+
+namespace {
+
+// The values of header `key` a request carried, in order.
+std::vector<std::string> Values(const httplib::Request& request, const std::string& key) {
+    std::vector<std::string> values;
+    for (size_t i = 0; i < request.get_header_value_count(key); ++i)
+        values.push_back(request.get_header_value(key, i));
+    return values;
+}
 
 std::string Pattern(size_t size, char seed) {
     std::string body(size, ' ');
@@ -53,45 +69,29 @@ long PeakResidentBytes() {
     return usage.ru_maxrss * 1024L;
 }
 
-using Answer = std::function<void(const httplib::Request&, httplib::Response&)>;
+using Answer = tarvo::test::LoopbackHttp::Handler;
 
 class Connector : public ::testing::Test {
   protected:
     void SetUp() override {
-        m_server.Get(".*", [this](const httplib::Request& req, httplib::Response& res) {
-            Answer answer;
-            {
-                std::lock_guard<std::mutex> lock(m_mutex);
-                m_received.push_back({req.target, req.headers});
-                answer = m_answer;
-            }
-            answer(req, res);
-        });
-        m_port = m_server.bind_to_any_port("127.0.0.1");
-        ASSERT_GT(m_port, 0);
-        m_thread = std::thread([this] { m_server.listen_after_bind(); });
-        ASSERT_TRUE(tarvo::test::WaitUntil([this] { return m_server.is_running(); }));
-
-        SetDomain("http://127.0.0.1:" + std::to_string(m_port));
+        Serve("{}");
+        m_http.Start();
+        SetDomain(m_http.Url(""));
         ASSERT_EQ(0, vconf_set_str("db/nimbra/countrycode", "US"));
         ASSERT_EQ(0, vconf_set_str("db/nimbra/modelid", "TRV55"));
         ASSERT_EQ(0, vconf_set_str("db/menu_widget/language", "zh_TW.utf8"));
     }
 
     void TearDown() override {
+        g_clockShift = 0;
         CTarvoKelvaneConnector::ReleaseConnector();
-        m_server.stop();
-        if (m_thread.joinable()) m_thread.join();
     }
 
     void SetDomain(const std::string& domain) {
         ASSERT_EQ(0, vconf_set_str("db/nimbra/gpmurl/apps", domain.c_str()));
     }
 
-    void SetAnswer(Answer answer) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_answer = std::move(answer);
-    }
+    void SetAnswer(Answer answer) { m_http.Answer(std::move(answer)); }
 
     void ServeChunked(const std::vector<std::string>& chunks) {
         SetAnswer([chunks](const httplib::Request&, httplib::Response& res) {
@@ -110,24 +110,14 @@ class Connector : public ::testing::Test {
         });
     }
 
-    std::vector<Received> Requests() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_received;
-    }
+    std::vector<httplib::Request> Requests() { return m_http.Requests(); }
 
     std::string Body() const {
         return std::string(CTarvoKelvaneConnector::GetData(), CTarvoKelvaneConnector::GetDataSize());
     }
 
     tarvo::test::TempRoot m_root;
-    httplib::Server m_server;
-    std::thread m_thread;
-    int m_port = 0;
-    std::mutex m_mutex;  // guards m_received, m_answer
-    std::vector<Received> m_received;
-    Answer m_answer = [](const httplib::Request&, httplib::Response& res) {
-        res.set_content("{}", "application/json");
-    };
+    tarvo::test::LoopbackHttp m_http;
 };
 
 TEST_F(Connector, BothRequestsSendTheirQueryInOrderWithTheCommonHeaders) {
@@ -156,26 +146,26 @@ TEST_F(Connector, BothRequestsSendTheirQueryInOrderWithTheCommonHeaders) {
     ASSERT_TRUE(std::regex_match(requests[1].target, m, disclaimers)) << requests[1].target;
 
     for (size_t i = 0; i < requests.size(); ++i) {
-        const Received& r = requests[i];
-        EXPECT_EQ(std::vector<std::string>{"application/json; charset=utf-8"}, r.Values("Content-Type"));
-        EXPECT_EQ(std::vector<std::string>{"0"}, r.Values("Content-Length"));
-        EXPECT_EQ(std::vector<std::string>{"application/json"}, r.Values("Accept"));
-        EXPECT_EQ(std::vector<std::string>{i == 0 ? "no-cache" : "cache"}, r.Values("Cache-Control"));
-        EXPECT_EQ(std::vector<std::string>{"gzip, deflate"}, r.Values("Accept-Encoding"));
-        EXPECT_EQ(std::vector<std::string>{"tarvodatacontrol-service/1.0"}, r.Values("User-Agent"));
+        const httplib::Request& r = requests[i];
+        EXPECT_EQ(std::vector<std::string>{"application/json; charset=utf-8"}, Values(r, "Content-Type"));
+        EXPECT_EQ(std::vector<std::string>{"0"}, Values(r, "Content-Length"));
+        EXPECT_EQ(std::vector<std::string>{"application/json"}, Values(r, "Accept"));
+        EXPECT_EQ(std::vector<std::string>{i == 0 ? "no-cache" : "cache"}, Values(r, "Cache-Control"));
+        EXPECT_EQ(std::vector<std::string>{"gzip, deflate"}, Values(r, "Accept-Encoding"));
+        EXPECT_EQ(std::vector<std::string>{"tarvodatacontrol-service/1.0"}, Values(r, "User-Agent"));
     }
 }
 
 TEST_F(Connector, HostDropsOnlyALowerCaseSchemeAndATrailingSlashDoublesTheOneBeforeApps) {
-    const std::string address = "127.0.0.1:" + std::to_string(m_port);
+    const std::string address = "127.0.0.1:" + std::to_string(m_http.Port());
     const std::pair<std::string, std::string> cases[] = {{address + "/", address + "/"},
                                                          {"HTTP://" + address, "HTTP://" + address},
                                                          {"http://" + address + "/", address + "/"}};
     for (const auto& [domain, host] : cases) {
         SetDomain(domain);
         ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
-        const Received r = Requests().back();
-        EXPECT_EQ(std::vector<std::string>{host}, r.Values("Host")) << domain;
+        const httplib::Request r = Requests().back();
+        EXPECT_EQ(std::vector<std::string>{host}, Values(r, "Host")) << domain;
         const std::string apps = host.back() == '/' ? "//apps/" : "/apps/";
         EXPECT_EQ(0u, r.target.rfind(apps + "conf/v1/stacks/tarvoapp/checkversion?", 0)) << domain;
     }
@@ -276,6 +266,19 @@ TEST_F(Connector, ARefused64MiBAnswerNeverGetsNearItsSizeInMemoryWhetherPlainOrC
             EXPECT_LT(PeakResidentBytes() - before, static_cast<long>(kAnswer / 3)) << type;
         }
     }
+}
+
+TEST_F(Connector, ARequestMadeIn2040CarriesThatSecondAsItsTimestamp) {
+    constexpr long long k2040 = 2208988800LL;  // 2040-01-01T00:00:00Z
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    g_clockShift = k2040 - static_cast<long long>(now.tv_sec);
+    ASSERT_TRUE(CTarvoKelvaneConnector::RequestGetXMLData(TARVO_KELVANE_OPENAPI_TYPE_GET_UPDATE_NOTICE));
+    const std::string target = Requests().at(0).target;
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(target, m, std::regex("&timestamp=(-?[0-9]+)&"))) << target;
+    EXPECT_GE(std::stoll(m[1]), k2040) << target;
+    EXPECT_LE(std::stoll(m[1]), k2040 + 120) << target;
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vconf.h>
@@ -15,6 +14,8 @@
 #include <set>
 #include <sstream>
 
+#include "disclaimer_rows.h"
+
 #ifdef TARVO_COVERAGE
 extern "C" void __gcov_dump(void);
 #endif
@@ -26,33 +27,9 @@ namespace test {
 
 namespace {
 
-constexpr const char* kStorePath = "/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data/data.db";
-
 uint64_t BaseSeed() {
     if (const char* seed = std::getenv("TARVO_POWERCUT_SEED")) return std::strtoull(seed, nullptr, 10);
     return (static_cast<uint64_t>(std::random_device()()) << 32) | std::random_device()();
-}
-
-// Rows of `sql` on the file, each row's columns joined by "=", or nullopt-like failure text.
-bool Query(const std::string& path, const std::string& sql, std::vector<std::string>& rows,
-           std::string& error) {
-    sqlite3* db = nullptr;
-    bool ok = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK;
-    sqlite3_stmt* stmt = nullptr;
-    ok = ok && sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK;
-    int rc = SQLITE_DONE;
-    while (ok && (rc = sqlite3_step(stmt)) == SQLITE_ROW) {
-        std::string row;
-        for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
-            const unsigned char* text = sqlite3_column_text(stmt, i);
-            row += (i > 0 ? "=" : "") + std::string(text ? reinterpret_cast<const char*>(text) : "<null>");
-        }
-        rows.push_back(row);
-    }
-    if (!ok || rc != SQLITE_DONE) error = sql + ": " + sqlite3_errmsg(db);
-    sqlite3_finalize(stmt);
-    sqlite3_close(db);
-    return error.empty();
 }
 
 }  // namespace
@@ -185,14 +162,11 @@ std::string PowerCut::Verify(const std::string& root, const Child& work, const C
         if (allowed.count(entry.first) != 0) allowed[entry.first].insert(entry.second);
     }
 
-    const std::string store = root + kStorePath;
-    std::vector<std::string> check;
-    std::vector<std::string> rows;
     std::string error;
-    if (!Query(store, "PRAGMA integrity_check", check, error) ||
-        !Query(store, "SELECT id, isAgreed FROM table_tarvo_data_disclaimer_info", rows, error)) {
-        return "the store cannot be read: " + error;
-    }
+    const auto check = QueryFile(StoreFile(root), "PRAGMA integrity_check", &error);
+    const auto rows =
+        QueryFile(StoreFile(root), "SELECT id, isAgreed FROM table_tarvo_data_disclaimer_info", &error);
+    if (!error.empty()) return "the store cannot be read: " + error;
     if (check != std::vector<std::string>{"ok"}) return "the store is damaged: " + check.front();
     std::map<std::string, std::string> stored;
     for (const std::string& row : rows) stored[row.substr(0, row.find('='))] = row.substr(row.find('=') + 1);
@@ -241,13 +215,9 @@ std::string PowerCut::Verify(const std::string& root, const Child& work, const C
 
 void PowerCut::RunCuts(const ChildWork& work, const ChildWork& restart, int cuts) {
     const uint64_t base = BaseSeed();
-    const std::string store = m_template.Path() + kStorePath;
-    if (fs::exists(store)) {
-        std::vector<std::string> rows;
-        std::string error;
-        ASSERT_TRUE(Query(store, "SELECT id, isAgreed FROM table_tarvo_data_disclaimer_info", rows, error))
-            << error;
-        for (const std::string& row : rows)
+    if (fs::exists(StoreFile(m_template))) {
+        for (const std::string& row :
+             QueryStore(m_template, "SELECT id, isAgreed FROM table_tarvo_data_disclaimer_info"))
             m_initial[row.substr(0, row.find('='))] = row.substr(row.find('=') + 1);
     }
     const auto once = [&](const CutPlan* plan, uint64_t seed, uint64_t* operations) {

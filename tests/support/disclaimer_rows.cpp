@@ -62,7 +62,7 @@ void BindRow(sqlite3_stmt* stmt, const DisclaimerRow& row) {
 
 }  // namespace
 
-std::string StoreFile(const TempRoot& root) { return root.At(kStorePath); }
+std::string StoreFile(const std::string& root) { return root + kStorePath; }
 
 bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>& rows,
                          const std::string& osdLanguage) {
@@ -90,25 +90,32 @@ bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>&
     return ok;
 }
 
-std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql) {
-    std::vector<std::string> values;
+std::vector<std::string> QueryFile(const std::string& path, const std::string& sql, std::string* error) {
+    std::vector<std::string> rows;
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(StoreFile(root).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << "cannot open " << StoreFile(root);
-        sqlite3_close(db);
-        return values;
+    bool ok = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK;
+    sqlite3_busy_timeout(db, 5000);  // the service may be writing
+    sqlite3_stmt* stmt = nullptr;
+    ok = ok && sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK;
+    int rc = SQLITE_DONE;
+    while (ok && (rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+        std::string row;
+        for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
+            const unsigned char* text = sqlite3_column_text(stmt, i);
+            row += (i > 0 ? "=" : "") + std::string(text ? reinterpret_cast<const char*>(text) : "<null>");
+        }
+        rows.push_back(row);
     }
-    // The service may be writing.
-    sqlite3_busy_timeout(db, 5000);
-    auto collect = [](void* out, int, char** columns, char**) {
-        static_cast<std::vector<std::string>*>(out)->push_back(columns[0] ? columns[0] : "<null>");
-        return 0;
-    };
-    if (sqlite3_exec(db, sql.c_str(), collect, &values, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << "query failed: " << sql << ": " << sqlite3_errmsg(db);
+    if (!ok || rc != SQLITE_DONE) {
+        const std::string why = path + ": " + sql + ": " + sqlite3_errmsg(db);
+        if (error != nullptr)
+            *error = why;
+        else
+            ADD_FAILURE() << why;
     }
+    sqlite3_finalize(stmt);
     sqlite3_close(db);
-    return values;
+    return rows;
 }
 
 }  // namespace test

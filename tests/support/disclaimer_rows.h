@@ -44,7 +44,8 @@ struct DisclaimerRow {
 };
 
 // ROOT + the store file's television path.
-std::string StoreFile(const TempRoot& root);
+std::string StoreFile(const std::string& root);
+inline std::string StoreFile(const TempRoot& root) { return StoreFile(root.Path()); }
 
 // Creates the store file with its two tables, the current file version and, when not empty,
 // the language of the stored set, then the rows. False, with a test failure naming SQLite's
@@ -52,9 +53,13 @@ std::string StoreFile(const TempRoot& root);
 bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>& rows,
                          const std::string& osdLanguage = "");
 
-// The first column of each row `sql` gives on the store file, NULL read as "<null>"; waits out
-// the service's locks.
-std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql);
+// Each row `sql` gives on the SQLite file at `path`, its columns joined by "=" and NULL read as
+// "<null>"; waits out the service's locks. A failure sets `error`, or fails the test without one.
+std::vector<std::string> QueryFile(const std::string& path, const std::string& sql,
+                                   std::string* error = nullptr);
+inline std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql) {
+    return QueryFile(StoreFile(root), sql);
+}
 
 }  // namespace test
 }  // namespace tarvo

@@ -148,14 +148,6 @@ TEST_F(UsageLogClient, RefusesEventsWithoutTheirConfigurationAndFlushesOnlyWhatI
     EXPECT_EQ(posts[0]["events"][0]["desc"].asString(), "first");
 }
 
-TEST_F(UsageLogClient, AFailedPostIsReportedAndItsBatchDropped) {
-    ASSERT_TRUE(logger->SetServiceConfInfo("TarvoGlobal", 30, 60, 0, 10, http.Url("/fail")));
-    ASSERT_TRUE(logger->AddEventConfInfo("P01", 30, 60, 0, 10));
-    ASSERT_TRUE(logger->AddEventLog("P01", "t", "c", "v", "d"));
-    EXPECT_FALSE(logger->FlushLog()) << "HTTP 500";
-    EXPECT_TRUE(logger->FlushLog());
-}
-
 // A set without a network has no route to any server: both clients fail at once as libcurl does
 // then, and the first request after the network is back goes out.
 TEST_F(UsageLogClient, WhileTheNetworkIsDownNeitherClientReachesTheServerAndTheNextRequestDoes) {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "../platform/loopback_http.h"
+#include "loopback_http.h"
 #include "TarvoGlobalLogger.h"
 #include "TarvoPnPLogger.h"
 #include "tarvo_test.h"

@@ -7,7 +7,6 @@
 #include <tarvo/log_capture.h>
 #include <vconf.h>
 
-#include <cstdlib>
 #include <map>
 #include <sstream>
 #include <string>
@@ -54,18 +53,8 @@ inline std::string Dump(const TarvoDisclaimerDataItem& r) {
     return out.str();
 }
 
-inline std::string VconfStr(const char* key) {
-    char* value = vconf_get_str(key);
-    std::string text = value ? value : "<unset>";
-    free(value);
-    return text;
-}
-
-inline int VconfInt(const char* key) {
-    int value = -99;
-    vconf_get_int(key, &value);
-    return value;
-}
+using tarvo::test::VconfNumber;
+using tarvo::test::VconfText;
 
 class StoreFixture : public ::testing::Test {
   protected:

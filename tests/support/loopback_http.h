@@ -1,5 +1,5 @@
-// A cpp-httplib server on 127.0.0.1 and an ephemeral port, running on its own
-// thread from Start() until destruction. Routes of a test are added before Start().
+// A cpp-httplib server on 127.0.0.1 and an ephemeral port, running on its own thread from Start()
+// until destruction; it keeps every request it answers.
 #pragma once
 
 #include <httplib.h>
@@ -8,6 +8,7 @@
 
 #include "tarvo_test.h"
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -18,6 +19,8 @@ namespace test {
 
 class LoopbackHttp {
   public:
+    using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+
     LoopbackHttp() = default;
     ~LoopbackHttp() {
         server.stop();
@@ -31,19 +34,28 @@ class LoopbackHttp {
         return m_requests;
     }
 
-    // Keeps every GET, PUT and POST that no earlier route took and answers it with `answer`,
-    // with status 500 on /fail.
+    // Answers from now on with `handler` instead of `answer`.
+    void Answer(Handler handler) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_handler = std::move(handler);
+    }
+
+    // Answers every GET, PUT and POST with `answer` (status 500 on /fail) until Answer() is called.
     void Start() {
         auto record = [this](const httplib::Request& request, httplib::Response& response) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_requests.push_back(request);
+            Handler handler;
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_requests.push_back(request);
+                handler = m_handler;
+            }
+            if (handler) return handler(request, response);
             response.status = request.path == "/fail" ? 500 : 200;
             response.set_content(answer, "text/plain");
         };
         server.Get(".*", record).Put(".*", record).Post(".*", record);
         m_port = server.bind_to_any_port("127.0.0.1");
         ASSERT_GT(m_port, 0);
-        // The socket already listens, so requests queue until the thread accepts them.
         m_thread = std::thread([this] { server.listen_after_bind(); });
         // stop() only works on a running server, so the destructor needs it running.
         ASSERT_TRUE(WaitUntil([this] { return server.is_running(); }));
@@ -60,8 +72,9 @@ class LoopbackHttp {
   private:
     int m_port = 0;
     std::thread m_thread;
-    mutable std::mutex m_mutex;  // guards m_requests
+    mutable std::mutex m_mutex;  // guards m_requests, m_handler
     std::vector<httplib::Request> m_requests;
+    Handler m_handler;
 };
 
 }  // namespace test
