@@ -11,8 +11,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace tarvo {
@@ -95,6 +97,8 @@ TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpe
         {"{\"id\": \"\xe2\x82\", \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
         {"{\"id\": 15, /* \xff */ \"call\": {}}", Json::Value(), "the line is not valid UTF-8"},
         {R"({"id": "\udc00", "call": {}})", Json::Value(), "UTF-8", true},
+        {R"({"id": 16, "call": )" + std::string(2000, '[') + std::string(2000, ']') + "}", Json::Value(),
+         "the line is not JSON the host reads: it nests too deeply"},
     };
     for (const Bad& b : bad) {
         const Json::Value answer = Answer(b.line);
@@ -248,10 +252,11 @@ TEST_F(Host, AReplyLongerThanTheLongestRequestLineReachesTarvoctlWhole) {
 
 class HostStartUp : public ::testing::Test {
   protected:
-    RunResult RunHost(const std::vector<std::string>& args) {
+    RunResult RunHost(const std::vector<std::string>& args,
+                      const std::map<std::string, std::string>& env = {}) {
         std::vector<std::string> argv = {TARVO_HOST_BIN};
         argv.insert(argv.end(), args.begin(), args.end());
-        return RunProgram(argv, {}, m_root.Path() + "/host-run");
+        return RunProgram(argv, env, m_root.Path() + "/host-run");
     }
 
     TempRoot m_root;
@@ -267,7 +272,25 @@ TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndRepla
     EXPECT_NE(broken.err.find("g_service"), kNone) << broken.err;
     EXPECT_FALSE(std::filesystem::exists(DefaultSocket(m_root)));
 
-    EXPECT_EQ(RunHost({"--root", m_root.Path()}).exit_code, 2);
+    // Usage errors name their cause before the usage text; --help is no error.
+    const std::string module = TARVO_ECHO_MODULE_PATH;
+    const std::tuple<std::vector<std::string>, std::string, int, std::string> usage[] = {
+        {{"--root", m_root.Path()}, "", 2, "--module is required"},
+        {{"--module", module, "--verbose"}, "", 2, "unknown argument \"--verbose\""},
+        {{"--module", module, "--socket"}, "", 2, "--socket needs a value"},
+        {{"--module", module, "--root", m_root.Path()},
+         "10ms",
+         1,
+         "TARVO_HOST_LINE_TIMEOUT_MS must be a positive number of milliseconds, got \"10ms\""},
+        {{"--module", module, "--root", m_root.Path()}, "0", 1, "got \"0\""},
+        {{"--module", module, "--help"}, "", 0, "usage: tarvo-service-host --module PATH"},
+    };
+    for (const auto& [args, timeout, code, words] : usage) {
+        const auto run = RunHost(args, {{"TARVO_HOST_LINE_TIMEOUT_MS", timeout}});
+        EXPECT_EQ(run.exit_code, code) << words;
+        EXPECT_NE((code == 0 ? run.out : run.err).find(words), kNone) << run.out << run.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(DefaultSocket(m_root)));
 
     // A socket in a new folder gets a private folder, and a stale socket is replaced.
     const std::string socket = m_root.At("/private/sockets/host.sock");

@@ -1,7 +1,8 @@
 // A television whose network goes down while the service runs: no request reaches the cloud until
-// the network is back, as `tarvoctl network down|up` switches it. And what the host's terminal
-// shows of the platform log.
+// the network is back, as `tarvoctl network down|up|dns` switches it, on whatever kind of link.
+// And what the host's terminal shows of the platform log.
 #include <cstdlib>
+#include <functional>
 
 #include "sync_fixture.h"
 
@@ -54,6 +55,42 @@ TEST_F(Offline, NoAnswerOrFetchReachesTheCloudWhileTheNetworkIsDownAndTheNextOne
     EXPECT_EQ(Reported()["tnc"], "Y");
     EXPECT_EQ(RequestUpdate("tarvoctl")["result"], "success");
     EXPECT_GT(CloudRequests("GET").size(), 0u);
+}
+
+// A link is up only when its DNS answers; wifi, cellular and bt links then sync as the wired one
+// does, also when no address can be read, and a new address makes the device id be read afresh.
+TEST_F(Offline, EveryProfileSyncsOnceItsDnsAnswersAndANewAddressRereadsTheDeviceId) {
+    // Waits for the sync that `step` starts to end; nothing is new, so each fetches the notice alone.
+    auto synced = [&](const std::function<void()>& step) {
+        const size_t ends = LogCount("Total process END");
+        step();
+        return WaitUntil([&] { return LogCount("Total process END") > ends; }, std::chrono::seconds(20));
+    };
+    m_root.EditProfile([](Json::Value& p) { p["network"]["dns"] = false; });
+    ClearCloudRequests();
+    // The wake-up finds no network and watches for one; wifi without DNS is none either.
+    ASSERT_TRUE(m_calls.Control("wakeup"));
+    Network({"up", "wifi"});
+    ASSERT_TRUE(WaitUntil([&] { return LogCount("Network is not successful! try again!!") == 1; }));
+    EXPECT_EQ(CloudRequests().size(), 0u);
+
+    m_root.EditProfile([](Json::Value& p) {
+        p["network"]["dns"] = true;
+        p["network"].removeMember("mac");
+    });
+    SetVconf("db/nimbra/duid", "DUID-NEW-LINK");
+    ASSERT_TRUE(synced([&] { Network({"dns"}); }));
+    EXPECT_EQ(CloudRequests().size(), 1u);
+    Agree({"pp"}, true);
+    EXPECT_TRUE(WaitUntil([&] { return CloudAgreements()["production"].isMember("DUID-NEW-LINK"); },
+                          std::chrono::seconds(20)))
+        << ToLine(CloudAgreements());
+
+    for (const char* profile : {"cellular", "bt"}) {
+        Network({"up", profile});
+        ASSERT_TRUE(synced([&] { ASSERT_TRUE(m_calls.Control("wakeup")); })) << profile;
+    }
+    EXPECT_EQ(CloudRequests().size(), 3u);
 }
 
 // By default the terminal shows warnings, errors and one line per transfer, without colour codes

@@ -79,14 +79,21 @@ TEST_F(ServiceSpine, ClientCallsBeforeStartAreServedAndEventsForMissingServicesA
 }
 
 // The other outcomes reach their notifications through the host in the end-to-end tests.
-TEST_F(ServiceSpine, AnUnknownEventEndsQuietlyAndAFailureOfTheWizardNamesItsPage) {
+TEST_F(ServiceSpine, UnknownAndUsageEventsEndQuietlyAndAFailureOfTheWizardNamesItsPage) {
     StartService();
     Post(999);
+    // The usage events carry a caller's C string, or none; they are read and answered by nobody.
+    static const char kBegin[] = "begin";
+    Post(MESSAGE_CLOGGER_EVENT_MOVETOPPANEL, Json::Value(), reinterpret_cast<intptr_t>("settings"));
+    Post(MESSAGE_CLOGGER_EVENT_TICK);
+    Post(MESSAGE_CLOGGER_EVENT_P01_PRIVACY, Json::Value(), reinterpret_cast<intptr_t>(kBegin));
     Post(MESSAGE_GET_DISCLAIMER_FAIL, Parse(R"({"error_reason": 0, "requester": 0})"), 0);
     EXPECT_EQ(WaitForNotifications(1),
               std::vector<Json::Value>{Parse(R"({"type": "terms_protocol", "name": "new_disclaimer_got",
                   "result": "fail", "error_code": 0, "error_reason": 0, "wizard_page": "wizard-terms"})")});
     EXPECT_TRUE(log.Contains("CTarvoDataControlService::t_OnEvent... 999"));
+    for (const char* name : {"MOVETOPPANEL", "TICK", "P01_PRIVACY"})
+        EXPECT_TRUE(log.Contains(std::string("get event MESSAGE_CLOGGER_EVENT_") + name)) << name;
 }
 
 using NetworkMonitor = ServiceSpine;
