@@ -38,10 +38,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "bench_answers: %s\n", error.c_str());
         return 1;
     }
-    tarvo::bench::Row row;
-    for (auto& candidate : store.DisclaimerRows()) {
-        if (candidate[0].text == kAnswered) row = candidate;
-    }
+    tarvo::bench::Row row = store.DisclaimerRow(kAnswered);
     const int agreed = store.Column("isAgreed");
     if (row.empty() || agreed < 0) {
         std::fprintf(stderr, "bench_answers: no row %s in the store\n", kAnswered);

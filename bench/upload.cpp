@@ -72,10 +72,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::printf("document: %zu bytes to %s\n", puts.back().body.size(), puts.back().url.c_str());
-    tarvo::bench::Row row;
-    for (auto& candidate : store.DisclaimerRows()) {
-        if (candidate[0].text == kAnswered) row = candidate;
-    }
+    tarvo::bench::Row row = store.DisclaimerRow(kAnswered);
     const int agreed = store.Column("isAgreed");
     if (row.empty() || agreed < 0) {
         std::fprintf(stderr, "bench_upload: no row %s in the store\n", kAnswered);

@@ -1,5 +1,7 @@
 #include "bare_store.h"
 
+#include <utility>
+
 namespace tarvo {
 namespace bench {
 
@@ -70,6 +72,13 @@ std::vector<Row> BareStore::m_Rows(const char* sql) {
 
 std::vector<Row> BareStore::DisclaimerRows() {
     return m_Rows((std::string("SELECT * FROM ") + kDisclaimerTable + " ORDER BY 1").c_str());
+}
+
+Row BareStore::DisclaimerRow(const std::string& id) {
+    for (Row& row : DisclaimerRows()) {
+        if (row[0].text == id) return std::move(row);
+    }
+    return Row();
 }
 
 std::vector<Row> BareStore::InfoRows() { return m_Rows("SELECT * FROM table_tarvo_data_control_info"); }

@@ -30,6 +30,8 @@ class BareStore {
     bool Open(const std::string& path);
     // Every row of the disclaimer table (its columns in table order; the first is the id).
     std::vector<Row> DisclaimerRows();
+    // The disclaimer row of `id`; empty when there is none.
+    Row DisclaimerRow(const std::string& id);
     // Every row of the info table.
     std::vector<Row> InfoRows();
     // The column's index in the disclaimer table; -1 when there is none.
