@@ -1,16 +1,19 @@
 // Client queries on a 21-record store (about 400 KB of texts, as the cloud serves them): "get
 // disclaimer number", "get disclaimer by order" over every index and "get disclaimer by term id",
 // in-process through g_service_proxy and through the host's socket.
-// Floors, in the same run: copying the same records and writing the same reply with JsonCpp; for
-// the socket, a bare Unix-socket server (bench_bare_echo) that reads each request line and writes
-// back the very bytes the host answered it with, measured by turns with the host through the same
-// client.
+// Floors, in the same run: copying the same records, writing the same reply with JsonCpp and writing
+// as many bytes as the call logs with one write(2); for the socket, a bare Unix-socket server
+// (bench_bare_echo) that reads each request line and writes back the very bytes the host answered
+// it with, measured by turns with the host through the same client. Beside the socket figures, the
+// host's CPU time a call: what the same call costs when it runs between a client's turns.
 #include "report.h"
 #include "television.h"
 
 #include <TarvoDataControlService.h>
 
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <json/json.h>
 #include <unistd.h>
 
@@ -55,6 +58,8 @@ struct State {
     std::vector<std::string> lines[3];  // the same requests as host frames
     std::string socket;                 // the host's
     std::string floorSocket;            // the bare server's
+    size_t logBytes[3] = {0, 0, 0};     // what one call of each query adds to the log
+    int floorLog = -1;                  // the in-process floor writes its log bytes here
 };
 
 State* g_state = nullptr;
@@ -155,11 +160,28 @@ void BM_InProcess(benchmark::State& state, Query query) {
     }
 }
 
+// A call's log lines are the service's own output, which it must write: the floor writes as many
+// bytes with one write(2) to a file in the same folder, and starts the file again at the size at
+// which the log turns over.
+void WriteFloorLog(size_t bytes) {
+    static const std::string kText = [] {
+        std::string text(64 * 1024, 'x');
+        for (size_t at = 99; at < text.size(); at += 100) text[at] = '\n';
+        return text;
+    }();
+    if (bytes == 0 || g_state->floorLog < 0) return;
+    bytes = std::min(bytes, kText.size());
+    if (lseek(g_state->floorLog, 0, SEEK_END) + static_cast<off_t>(bytes) > 1024 * 1024)
+        benchmark::DoNotOptimize(ftruncate(g_state->floorLog, 0));
+    benchmark::DoNotOptimize(write(g_state->floorLog, kText.data(), bytes));
+}
+
 void BM_InProcessFloor(benchmark::State& state, Query query) {
     const size_t count = g_state->listed.size();
     size_t i = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(FloorReply(query, i));
+        WriteFloorLog(g_state->logBytes[static_cast<int>(query)]);
         i = (i + 1) % count;
     }
 }
@@ -231,6 +253,36 @@ Record FromReply(const Json::Value& reply) {
     record.isPPused = reply["ppused"].asBool();
     record.countryCode = "US";
     return record;
+}
+
+// "get disclaimer number" in-process, each call followed by one byte sent to a partner thread and
+// back, as a host's call is followed by a client's turn: the round and the call in it, in
+// microseconds. Beside the socket figures it shows what a reply that waits for another thread costs
+// on this machine when the work before it takes as long as a call, with no transport of ours.
+std::pair<double, double> CallsBetweenTurns(int calls) {
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return {0, 0};
+    std::thread partner([&] {
+        char byte;
+        while (read(pair[1], &byte, 1) == 1 && write(pair[1], &byte, 1) == 1) {
+        }
+    });
+    const Json::Value& request = g_state->requests[static_cast<int>(Query::kNumber)][0];
+    std::chrono::steady_clock::duration in_calls{};
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < calls; ++i) {
+        const auto call_start = std::chrono::steady_clock::now();
+        CallInProcess(request);
+        in_calls += std::chrono::steady_clock::now() - call_start;
+        char byte = 'x';
+        if (write(pair[0], &byte, 1) != 1 || read(pair[0], &byte, 1) != 1) break;
+    }
+    const auto took = std::chrono::steady_clock::now() - start;
+    close(pair[0]);
+    partner.join();
+    close(pair[1]);
+    using Micros = std::chrono::duration<double, std::micro>;
+    return {Micros(took).count() / calls, Micros(in_calls).count() / calls};
 }
 
 bool StartInProcess(std::string& error) {
@@ -318,17 +370,24 @@ int main(int argc, char** argv) {
     }
     // What each query writes to the log: every line is a write(2) the floor does not make.
     for (int q = 0; q < 3; ++q) {
-        const auto lines_now = [&] {
-            const std::string log = tarvo::bench::ReadFile(local.At("/var/log/tarvo.log"));
-            return static_cast<size_t>(std::count(log.begin(), log.end(), '\n'));
-        };
-        const size_t before = lines_now();
-        for (const Json::Value& request : state.requests[q]) CallInProcess(request);
-        std::printf(
-            "%s: %.1f log lines a call\n", state.requests[q][0]["method"].asCString(),
-            static_cast<double>(lines_now() - before) / static_cast<double>(state.requests[q].size()));
+        const size_t calls = state.requests[q].size();
+        // The log may turn over meanwhile, and a shorter file measures nothing: the calls run again.
+        for (int attempt = 0; attempt < 3 && state.logBytes[q] == 0; ++attempt) {
+            const std::string before = tarvo::bench::ReadFile(local.At("/var/log/tarvo.log"));
+            for (const Json::Value& request : state.requests[q]) CallInProcess(request);
+            const std::string after = tarvo::bench::ReadFile(local.At("/var/log/tarvo.log"));
+            if (after.size() <= before.size()) continue;
+            state.logBytes[q] = (after.size() - before.size()) / calls;
+            const auto lines =
+                std::count(after.begin() + static_cast<long>(before.size()), after.end(), '\n');
+            std::printf("%s: %.1f log lines, %zu bytes a call\n", state.requests[q][0]["method"].asCString(),
+                        static_cast<double>(lines) / static_cast<double>(calls), state.logBytes[q]);
+        }
     }
+    state.floorLog =
+        open(local.At("/var/log/floor.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     tarvo::bench::LetFilesSettle();
+    const auto [turn_round, turn_call] = CallsBetweenTurns(options.quick ? 200 : 20000);
     auto seconds = tarvo::bench::RunBenchmarks(argc, argv, options);
 
     const std::pair<const char*, const char*> methods[] = {{"number", "get disclaimer number"},
@@ -362,12 +421,33 @@ int main(int argc, char** argv) {
         const auto& [method, calls] = socket_calls[q];
         const int count = options.quick ? 20 : calls;
         const auto query = static_cast<Query>(q);
+        const int rounds = options.quick ? 1 : 31;
+        double host_cpu = 0;
         tarvo::bench::Paired paired;
         if (!tarvo::bench::RunPaired(
-                method, options.quick ? 1 : 31, [&] { return SocketRound(state.socket, query, count); },
+                method, rounds,
+                [&] {
+                    const double cpu_before = tarvo::bench::CpuSeconds(host.Pid());
+                    const double seconds_a_call = SocketRound(state.socket, query, count);
+                    host_cpu += tarvo::bench::CpuSeconds(host.Pid()) - cpu_before;
+                    return seconds_a_call;
+                },
                 [&] { return SocketRound(state.floorSocket, query, count); }, paired, error)) {
             std::fprintf(stderr, "bench_queries: %s\n", error.c_str());
             continue;
+        }
+        // The CPU the host spent a call, in clock ticks of the whole process: beside the call's CPU in
+        // this process, it shows how much slower the same work runs between a client's turns.
+        const double in_process =
+            seconds[std::string("InProcess/") + methods[q].first + tarvo::bench::kCpuSuffix];
+        if (in_process > 0) {
+            std::printf("%s: the host's CPU %.1f us a call, the call in-process %.1f us\n", method,
+                        host_cpu / ((rounds + 1) * (count + 1)) * 1e6, in_process * 1e6);
+        }
+        if (q == 0) {
+            std::printf(
+                "%s in-process between a partner thread's turns: %.1f us a round, %.1f us of it the call\n",
+                method, turn_round, turn_call);
         }
         tarvo::bench::Figure figure;
         figure.road = "Client queries";
