@@ -161,9 +161,6 @@ class Television:
             json.dump(profile, f)
         os.replace(path + ".new", path)
 
-    def stop_host(self):
-        self.host.stop()
-
     def start_screen(self, socket=None):
         where = ["--socket", socket] if socket else ["--root", self.root]
         self.screen = self._spawn([BIN["screen"], *where, "--port", "0"], "screen")
@@ -224,15 +221,6 @@ class Television:
     def record(self, id_):
         return self.ctl_json("show", id_)[0]
 
-    def uploaded(self):
-        """What the agreement servers hold for this television: id to "Y" or "N"."""
-        held = self.admin("GET", "/admin/agreements")
-        terms = {}
-        for deployment in held.values():
-            for id_, term in deployment.get(DUID, {}).get("terms", {}).items():
-                terms[id_] = term.get("agree")
-        return terms
-
     def fill_store(self):
         self.ctl("update", "--from", "wizard-terms", "--timeout", "60", timeout=90)
 
@@ -265,6 +253,15 @@ class Television:
                 return card && card.contains(document.activeElement) ? document.activeElement.dataset.key : null;""",
             f"the screen of {record_id}", timeout)
 
+    def texts(self, selector):
+        return self.js(f"return [...document.querySelectorAll('{selector}')].map(e => e.textContent)")
+
+    def focused(self):
+        return self.js("return document.activeElement.dataset.key")
+
+    def wait_home(self):
+        self.wait_js("return document.activeElement.dataset.key === 'wizard'", "the home screen")
+
     def state_of(self, selector):
         return self.js(f"const t = document.querySelector('{selector} .tag'); return t ? t.dataset.state : null;")
 
@@ -285,7 +282,6 @@ def _read_text(path):
 
 def _read_json(path):
     try:
-        with open(path) as f:
-            return json.load(f)
-    except (OSError, ValueError):
+        return json.loads(_read_text(path))
+    except ValueError:
         return None

@@ -13,12 +13,10 @@
 #include <functional>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -181,9 +179,7 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
     root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
     ASSERT_NO_FATAL_FAILURE(Start(root));
     HostClient listener;
-    ASSERT_TRUE(listener.Connect(DefaultSocket(root)));
-    ASSERT_TRUE(listener.SendLine(R"({"id": 0, "subscribe": true})"));
-    ASSERT_TRUE(listener.ReadFrame());
+    ASSERT_TRUE(listener.Subscribe(DefaultSocket(root)));
 
     const std::string deep = R"({"rsp": )" + std::string(5000, '[') + std::string(5000, ']') + "}";
     const std::pair<std::string, const char*> cases[] = {
@@ -219,5 +215,4 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

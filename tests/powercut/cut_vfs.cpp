@@ -19,8 +19,7 @@
 #include <set>
 #include <string>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 namespace {
 
@@ -314,8 +313,7 @@ uint64_t CutVfsOperations() {
     return g_operations;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test
 
 // The store calls sync(2) after it removes its file; this process's sync makes the deletes before
 // it durable too. The executable's definition comes before the C library's for every library.

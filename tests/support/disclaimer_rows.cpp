@@ -5,8 +5,7 @@
 
 #include <filesystem>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 namespace {
 
@@ -118,5 +117,4 @@ std::vector<std::string> QueryFile(const std::string& path, const std::string& s
     return rows;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 // One row of the disclaimer table. Defaults: an available record, visible everywhere.
 struct DisclaimerRow {
@@ -61,5 +60,4 @@ inline std::vector<std::string> QueryStore(const TempRoot& root, const std::stri
     return QueryFile(StoreFile(root), sql);
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -13,8 +13,7 @@
 
 namespace fs = std::filesystem;
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 TempRoot::TempRoot() {
     std::string pattern = (fs::temp_directory_path() / "tarvo-test-XXXXXX").string();
@@ -124,5 +123,4 @@ int VconfNumber(const std::string& key) {
     return value;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

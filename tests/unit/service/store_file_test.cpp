@@ -46,7 +46,7 @@ TEST_F(StoreFile, FirstStartMakesTheFileAndClearsTheResetFlagAndARestartKeepsItU
     EXPECT_EQ(0, VconfNumber(kResetFlagKey));
 }
 
-TEST_F(StoreFile, WrongEmptyNullOrMissingVersionThrowsTheContentAway) {
+TEST_F(StoreFile, WrongEmptyNullOrMissingVersionThrowsTheContentAwayAndTwoRowsOfOneIdLeaveTheLater) {
     ASSERT_TRUE(store->Initialize());
     for (const char* damage : {"UPDATE table_tarvo_data_control_info SET value='0.9' WHERE key=2",
                                "UPDATE table_tarvo_data_control_info SET value='' WHERE key=2",
@@ -59,10 +59,8 @@ TEST_F(StoreFile, WrongEmptyNullOrMissingVersionThrowsTheContentAway) {
         EXPECT_FALSE(store->IsDisclaimerExist("tnc")) << damage;
         EXPECT_EQ("1.0", DbOne(kVersionQuery));
     }
-}
 
-TEST_F(StoreFile, TwoRowsOfOneIdInAForeignFileLeaveTheLaterOneAndFreeTheOther) {
-    ASSERT_TRUE(store->Initialize());
+    // Two rows of one id in a foreign file leave the later one and free the other.
     Put(Record("tnc"));
     Stop();
     // The same table without its primary key, holding the record twice.
