@@ -23,9 +23,7 @@ void Sync::PrepareTelevision() {
     m_productionPort = ports["production"].asInt();
     m_stagingPort = ports["staging"].asInt();
     m_caFile = ports["ca"].asString();
-    ASSERT_GT(m_openapiPort, 0);
-    ASSERT_GT(m_productionPort, 0);
-    ASSERT_GT(m_stagingPort, 0);
+    ASSERT_TRUE(m_openapiPort > 0 && m_productionPort > 0 && m_stagingPort > 0) << ToLine(ports);
     m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
     m_admin->set_read_timeout(10, 0);
 
