@@ -93,14 +93,6 @@ void ForgetDeletedLocked() {
     g_deleted.clear();
 }
 
-bool Identify(const std::string& path, dev_t& device, ino_t& inode) {
-    struct stat st {};
-    if (stat(path.c_str(), &st) != 0) return false;
-    device = st.st_dev;
-    inode = st.st_ino;
-    return true;
-}
-
 CutFile* Cut(sqlite3_file* file) { return reinterpret_cast<CutFile*>(file); }
 
 int Close(sqlite3_file* file) {
@@ -199,9 +191,10 @@ int FileControl(sqlite3_file* file, int op, void* arg) {
 // whose file was unlinked or replaced behind SQLite (the store removes its file with unlink) is
 // dropped; a file that some handle still holds open keeps its image.
 std::shared_ptr<Image> OpenImageLocked(const std::string& path, sqlite3_file* real) {
-    dev_t device = 0;
-    ino_t inode = 0;
-    Identify(path, device, inode);
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) st = {};
+    const dev_t device = st.st_dev;
+    const ino_t inode = st.st_ino;
     sqlite3_int64 disk_size = 0;
     real->pMethods->xFileSize(real, &disk_size);
     auto found = g_images.find(path);
