@@ -87,7 +87,6 @@ class Television:
         self.name = name
         self.dir = tempfile.mkdtemp(prefix="tarvo-screen-test-")
         self.root = os.path.join(self.dir, "root")
-        self.socket = os.path.join(self.root, "run/tarvodatacontrol.sock")
         self.country, self.language = country, language
         self.processes = []
         self.host = self.screen = self.driver = None
@@ -105,17 +104,11 @@ class Television:
         for folder in ("run", "var/vconf/db", "run/vconf/memory", "var/log", "etc/tarvo",
                        "opt/usr/apps/org.mirlo.cloning/data/Clone"):
             os.makedirs(os.path.join(self.root, folder), exist_ok=True)
-        profile = {
-            "system_info": {"13": True, "282": False, "61": True, "128": "T-1010.5"},
-            "factory_data": {"112": 0, "166": 0, "273": 0},
-            "firm_code": "T-TRV2-1010.5",
-            "term_error": "0",
-            # Down at start, so that nothing is fetched before a test asks for it.
-            "network": {"up": False, "profile": "ethernet", "mac": "AA:BB:CC:DD:EE:FF", "dns": True},
-            "curl": {"write_block": 16384},
-        }
-        with open(os.path.join(self.root, "etc/tarvo/device.json"), "w") as f:
-            json.dump(profile, f)
+        # The developer's default set, its network down at start so that nothing is fetched
+        # before a test asks for it.
+        shutil.copy(os.path.join(os.path.dirname(__file__), "../../data/devices/retail_uhd.json"),
+                    os.path.join(self.root, "etc/tarvo/device.json"))
+        self._set_link(False)
 
     def start_cloud(self):
         """The cloud on our own data, its servers written into the device profile."""
