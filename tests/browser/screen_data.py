@@ -3,20 +3,10 @@ and one right-to-left set (AE, Arabic)."""
 
 
 def _content(window, order, pnp=True, menu=True, **extra):
-    content = {
-        "displayWindow": window,
-        "order": str(order),
-        "only_notice": "no",
-        "visible_pnp": "yes" if pnp else "no",
-        "visible_menu": "yes" if menu else "no",
-        "visible_hoteltv": "yes",
-        "check_voice_rec": "no",
-        "check_uhdrm": "no",
-        "check_uhd": "no",
-        "pp_use": "no",
-        "m_isForOstrel": "no",
-    }
-    content.update(extra)
+    content = {key: "no" for key in ("only_notice", "check_voice_rec", "check_uhdrm", "check_uhd", "pp_use",
+                                     "m_isForOstrel")}
+    content.update(displayWindow=window, order=str(order), visible_pnp="yes" if pnp else "no",
+                   visible_menu="yes" if menu else "no", visible_hoteltv="yes", **extra)
     return content
 
 

@@ -87,7 +87,6 @@ class Television:
         self.name = name
         self.dir = tempfile.mkdtemp(prefix="tarvo-screen-test-")
         self.root = os.path.join(self.dir, "root")
-        self.socket = os.path.join(self.root, "run/tarvodatacontrol.sock")
         self.country, self.language = country, language
         self.processes = []
         self.host = self.screen = self.driver = None
@@ -105,17 +104,11 @@ class Television:
         for folder in ("run", "var/vconf/db", "run/vconf/memory", "var/log", "etc/tarvo",
                        "opt/usr/apps/org.mirlo.cloning/data/Clone"):
             os.makedirs(os.path.join(self.root, folder), exist_ok=True)
-        profile = {
-            "system_info": {"13": True, "282": False, "61": True, "128": "T-1010.5"},
-            "factory_data": {"112": 0, "166": 0, "273": 0},
-            "firm_code": "T-TRV2-1010.5",
-            "term_error": "0",
-            # Down at start, so that nothing is fetched before a test asks for it.
-            "network": {"up": False, "profile": "ethernet", "mac": "AA:BB:CC:DD:EE:FF", "dns": True},
-            "curl": {"write_block": 16384},
-        }
-        with open(os.path.join(self.root, "etc/tarvo/device.json"), "w") as f:
-            json.dump(profile, f)
+        # The developer's default set, its network down at start so that nothing is fetched
+        # before a test asks for it.
+        shutil.copy(os.path.join(os.path.dirname(__file__), "../../data/devices/retail_uhd.json"),
+                    os.path.join(self.root, "etc/tarvo/device.json"))
+        self._set_link(False)
 
     def start_cloud(self):
         """The cloud on our own data, its servers written into the device profile."""
@@ -160,9 +153,6 @@ class Television:
         with open(path + ".new", "w") as f:
             json.dump(profile, f)
         os.replace(path + ".new", path)
-
-    def stop_host(self):
-        self.host.stop()
 
     def start_screen(self, socket=None):
         where = ["--socket", socket] if socket else ["--root", self.root]
@@ -224,15 +214,6 @@ class Television:
     def record(self, id_):
         return self.ctl_json("show", id_)[0]
 
-    def uploaded(self):
-        """What the agreement servers hold for this television: id to "Y" or "N"."""
-        held = self.admin("GET", "/admin/agreements")
-        terms = {}
-        for deployment in held.values():
-            for id_, term in deployment.get(DUID, {}).get("terms", {}).items():
-                terms[id_] = term.get("agree")
-        return terms
-
     def fill_store(self):
         self.ctl("update", "--from", "wizard-terms", "--timeout", "60", timeout=90)
 
@@ -265,6 +246,15 @@ class Television:
                 return card && card.contains(document.activeElement) ? document.activeElement.dataset.key : null;""",
             f"the screen of {record_id}", timeout)
 
+    def texts(self, selector):
+        return self.js(f"return [...document.querySelectorAll('{selector}')].map(e => e.textContent)")
+
+    def focused(self):
+        return self.js("return document.activeElement.dataset.key")
+
+    def wait_home(self):
+        self.wait_js("return document.activeElement.dataset.key === 'wizard'", "the home screen")
+
     def state_of(self, selector):
         return self.js(f"const t = document.querySelector('{selector} .tag'); return t ? t.dataset.state : null;")
 
@@ -285,7 +275,6 @@ def _read_text(path):
 
 def _read_json(path):
     try:
-        with open(path) as f:
-            return json.load(f)
-    except (OSError, ValueError):
+        return json.loads(_read_text(path))
+    except ValueError:
         return None

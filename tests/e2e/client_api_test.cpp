@@ -4,12 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr const char* kAgreementsKey = "db/tarvodatacontrol/disclaimeragrees";
@@ -219,7 +217,7 @@ TEST_F(WrongTypes, MissingKeysAndConvertibleValuesReadAsTheirDefaults) {
               Accepted());
 }
 
-TEST_F(WrongTypes, ImpossibleConversionsAndWrongShapesGetErrorFramesNamingTheMemberAndTheHostGoesOn) {
+TEST_F(WrongTypes, ImpossibleConversionsAndWrongShapesGetErrorFramesNamingTheMemberAndKeepEarlierAnswers) {
     // The error's wording, where it is checked.
     const std::pair<const char*, const char*> calls[] = {
         {R"({"method": {"name": "get disclaimer number"}})", ""},
@@ -263,9 +261,8 @@ TEST_F(WrongTypes, ImpossibleConversionsAndWrongShapesGetErrorFramesNamingTheMem
     EXPECT_EQ(ById("pp")["is_agreed"], true);
     EXPECT_EQ(VconfText("db/nimbra/countrycode"), "<unset>");
     EXPECT_EQ(Number(0), Counted(3));
-}
 
-TEST_F(WrongTypes, AListThatThrowsHalfwayKeepsEarlierAnswersWithoutBroadcast) {
+    // A list that throws halfway keeps its earlier answers, without a broadcast.
     const Json::Value answer =
         RawAnswer(R"({"method": "set agreements", "agreements": [{"request_item": "tnc", "is_agreed": true},)"
                   R"( {"request_item": "pp", "is_agreed": "no"}]})");
@@ -299,5 +296,4 @@ TEST_F(StoredBytes, TextsThatAreNotUtf8ReachTheClientRepairedAndTheConnectionSta
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr const char* kCheckVersion =
@@ -100,7 +99,7 @@ class Cloud : public Sync {
     }
 };
 
-TEST_F(Cloud, RoutesAnswerFromTheCountrysSetInTheAskedLanguageAndFollowWhatIsPublished) {
+TEST_F(Cloud, RoutesFollowTheCountryLanguageAndPublishedSetAndUploadsMustBeSignedForTheDeployment) {
     const Json::Value us_tnc = DataDisclaimer("US", "tnc");
     const Json::Value versions = GetJson(std::string(kCheckVersion) + "fr");
     EXPECT_EQ(versions["rsp"]["disclaimer"]["id"], kUsSet);
@@ -117,9 +116,8 @@ TEST_F(Cloud, RoutesAnswerFromTheCountrysSetInTheAskedLanguageAndFollowWhatIsPub
     EXPECT_EQ(FindItem(GetJson(std::string(kCheckVersion) + "fr"), "tnc")["version"], us_tnc["version"]);
     Publish(R"({"withdraw": "billing"})");
     EXPECT_TRUE(FindItem(GetJson(std::string(kCheckVersion) + "en"), "billing").isNull());
-}
 
-TEST_F(Cloud, TheAgreementServerTakesOnlyUploadsSignedForItsDeployment) {
+    // The agreement server takes only uploads signed for its deployment.
     const std::string ok = R"(<rsp stat="ok"/>)";
     const std::string refused = R"(<rsp stat="fail"><err code="4016")";
     struct Check {
@@ -160,5 +158,4 @@ TEST_F(Cloud, ASecondCloudOnTheSameFolderKeepsTheCaTheDeviceTrusts) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

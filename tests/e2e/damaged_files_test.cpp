@@ -6,19 +6,16 @@
 #include "tarvo_test.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -38,15 +35,6 @@ void Truncate(const TempRoot& root, long length) {
     const std::string file = StoreFile(root);
     ASSERT_EQ(0,
               truncate(file.c_str(), length < 0 ? static_cast<long>(fs::file_size(file)) + length : length));
-}
-
-// An SQLite file at `path` made by `sql`.
-void WriteDatabase(const std::string& path, const char* sql) {
-    fs::create_directories(fs::path(path).parent_path());
-    sqlite3* db = nullptr;
-    EXPECT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
-    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(db);
-    sqlite3_close(db);
 }
 
 // What the clone-in at start finds waiting beside the store file.
@@ -122,20 +110,19 @@ TEST_F(DamagedFiles, EachStartEndsAsTheStoreRulesSayAndTheHostKeepsAnswering) {
         // Tables of the right names but other columns: unreadable records leave the store empty.
         {"a clone whose disclaimer table has other columns",
          [](const TempRoot& r) {
-             WriteDatabase(
-                 WaitingClone(r),
-                 "CREATE TABLE table_tarvo_data_control_info (key int not null primary key, value text);"
-                 "INSERT INTO table_tarvo_data_control_info VALUES (2, '1.0');"
-                 "CREATE TABLE table_tarvo_data_disclaimer_info (id text primary key, body blob);"
-                 "INSERT INTO table_tarvo_data_disclaimer_info VALUES ('tnc', x'00ff');");
+             ExecFile(WaitingClone(r),
+                      "CREATE TABLE table_tarvo_data_control_info (key int not null primary key, value text);"
+                      "INSERT INTO table_tarvo_data_control_info VALUES (2, '1.0');"
+                      "CREATE TABLE table_tarvo_data_disclaimer_info (id text primary key, body blob);"
+                      "INSERT INTO table_tarvo_data_disclaimer_info VALUES ('tnc', x'00ff');");
          },
          true, true},
         // A version that cannot be read throws the content away.
         {"a clone whose info table has other columns",
          [](const TempRoot& r) {
-             WriteDatabase(WaitingClone(r),
-                           "CREATE TABLE table_tarvo_data_control_info (name text, number int);"
-                           "CREATE TABLE table_tarvo_data_disclaimer_info (id text);");
+             ExecFile(WaitingClone(r),
+                      "CREATE TABLE table_tarvo_data_control_info (name text, number int);"
+                      "CREATE TABLE table_tarvo_data_disclaimer_info (id text);");
          },
          true, true},
         // Everything the platform reads from a file that is no JSON reads as missing.
@@ -181,9 +168,7 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
     root.EditProfile([](Json::Value& profile) { profile["network"]["up"] = false; });
     ASSERT_NO_FATAL_FAILURE(Start(root));
     HostClient listener;
-    ASSERT_TRUE(listener.Connect(DefaultSocket(root)));
-    ASSERT_TRUE(listener.SendLine(R"({"id": 0, "subscribe": true})"));
-    ASSERT_TRUE(listener.ReadFrame());
+    ASSERT_TRUE(listener.Subscribe(DefaultSocket(root)));
 
     const std::string deep = R"({"rsp": )" + std::string(5000, '[') + std::string(5000, ']') + "}";
     const std::pair<std::string, const char*> cases[] = {
@@ -219,5 +204,4 @@ TEST_F(DamagedFiles, ACountryListTheJsonLibraryCannotWalkStillTellsItsOutcome) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

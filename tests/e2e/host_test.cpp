@@ -17,8 +17,7 @@
 #include <tuple>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr size_t kNone = std::string::npos;
@@ -50,7 +49,7 @@ class Host : public ::testing::Test {
     HostClient m_client;
 };
 
-TEST_F(Host, CallsAreAnsweredWithTheirIdAndAThrowingCallGetsAnError) {
+TEST_F(Host, CallsAreAnsweredWithTheirIdAndAThrowingCallOrAnotherModulesTypeGetsAnError) {
     const Json::Value hello = Answer(R"({"id": 1, "call": {"method": "hello", "count": 3}})");
     EXPECT_EQ(hello["id"], 1);
     EXPECT_EQ(hello["reply"]["echo"], ParseLine(R"({"method": "hello", "count": 3})"));
@@ -64,6 +63,21 @@ TEST_F(Host, CallsAreAnsweredWithTheirIdAndAThrowingCallGetsAnError) {
     EXPECT_EQ(failed["id"], 3);
     EXPECT_FALSE(failed.isMember("reply"));
     EXPECT_EQ(Answer(R"({"id": 4, "call": {"method": "after"}})")["reply"]["echo"]["method"], "after");
+
+    // The service reads no 64-bit or real numbers and indexes no list itself; another module may.
+    const std::pair<const char*, const char*> calls[] = {
+        {R"({"id": 1, "call": {"method": "read", "as": "int64", "value": 1e30}})",
+         R"(member "value" must be a number from -9223372036854775808 to 9223372036854775807, got 1e+30)"},
+        {R"({"id": 2, "call": {"method": "read", "as": "uint64", "value": -1}})",
+         R"(member "value" must be a number from 0 to 18446744073709551615, got -1)"},
+        {R"({"id": 3, "call": {"method": "read", "as": "double", "value": "2.5"}})",
+         R"(member "value" must be a number, got a string)"},
+        {R"({"id": 4, "call": {"method": "read", "as": "array", "value": {"key": 1}}})",
+         R"(member "value" must be an array, got an object)"},
+    };
+    for (const auto& [line, error] : calls) EXPECT_EQ(Answer(line)["error"], error) << line;
+    EXPECT_EQ(Answer(R"({"id": 6, "call": {"method": "read", "as": "int64", "value": 12}})")["reply"]["read"],
+              12);
 }
 
 TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpen) {
@@ -116,24 +130,7 @@ TEST_F(Host, BadFramesGetErrorsNamingTheMemberAndItsTypeAndTheConnectionStaysOpe
               "caf\xc3\xa9 \xf0\x9f\x93\xba");
 }
 
-// The service reads no 64-bit or real numbers and indexes no list itself; another module may.
-TEST_F(Host, AModuleThatReadsOtherTypesGetsErrorsNamingTheMemberAndTheRange) {
-    const std::pair<const char*, const char*> calls[] = {
-        {R"({"id": 1, "call": {"method": "read", "as": "int64", "value": 1e30}})",
-         R"(member "value" must be a number from -9223372036854775808 to 9223372036854775807, got 1e+30)"},
-        {R"({"id": 2, "call": {"method": "read", "as": "uint64", "value": -1}})",
-         R"(member "value" must be a number from 0 to 18446744073709551615, got -1)"},
-        {R"({"id": 3, "call": {"method": "read", "as": "double", "value": "2.5"}})",
-         R"(member "value" must be a number, got a string)"},
-        {R"({"id": 4, "call": {"method": "read", "as": "array", "value": {"key": 1}}})",
-         R"(member "value" must be an array, got an object)"},
-    };
-    for (const auto& [line, error] : calls) EXPECT_EQ(Answer(line)["error"], error) << line;
-    EXPECT_EQ(Answer(R"({"id": 6, "call": {"method": "read", "as": "int64", "value": 12}})")["reply"]["read"],
-              12);
-}
-
-TEST_F(Host, NotificationsReachSubscribersOnly) {
+TEST_F(Host, NotificationsReachSubscribersOnlyPowerControlsTheModuleAndSigtermEndsItCleanly) {
     HostClient listener;
     ASSERT_TRUE(listener.Connect(DefaultSocket(m_root)));
     EXPECT_EQ(Answer(listener, R"({"id": 5, "subscribe": true})")["ok"], true);
@@ -151,10 +148,8 @@ TEST_F(Host, NotificationsReachSubscribersOnly) {
     const auto second = listener.ReadFrame();
     ASSERT_TRUE(second);
     EXPECT_TRUE(own.isMember("reply") ? second->isMember("notification") : (*second)["reply"].isObject());
-}
 
-TEST_F(Host, PowerControlsReachTheModuleInOrderWithTheirStateAndSigtermEndsItCleanly) {
-    // Without a state, the state is 0.
+    // Power controls reach the module in order with their state; without a state, the state is 0.
     EXPECT_EQ(Answer(R"({"id": 1, "control": "power-off"})")["ok"], true);
     ASSERT_TRUE(m_client.Control("wakeup", 7));
     EXPECT_EQ(m_client.Control("power-off", 1 << 30).value_or(Json::Value())["ok"], true);
@@ -311,9 +306,8 @@ TEST_F(HostStartUp, AMissingModuleOrSymbolEndsTheHostAndASocketIsPrivateAndRepla
         RunHost({"--module", TARVO_ECHO_MODULE_PATH, "--root", m_root.Path(), "--socket", socket});
     EXPECT_NE(second.exit_code.value_or(0), 0);
     EXPECT_NE(second.err.find("already serving"), kNone) << second.err;
-}
 
-TEST_F(HostStartUp, ASocketPathItCannotServeOnEndsTheHostWithItsReason) {
+    // A socket path it cannot serve on ends the host with its reason.
     WriteFile(m_root.At("/a-file"), "not a folder");
     const std::pair<std::string, std::string> bad[] = {
         {m_root.At("/a-file/host.sock"), "is not a folder"},
@@ -368,5 +362,4 @@ TEST_F(HostWithLineTimeout, AnUnfinishedLineClosesItsConnectionWhileAnIdleOneSta
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 class LoggerToCloud : public Sync {
@@ -73,5 +72,4 @@ TEST_F(LoggerToCloud, EventsReachTheDeploymentOfTheServerModeAndARefusedBatchFai
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -12,8 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr const char* kRevisedKey = "db/tarvodatacontrol/disclaimer_revised";
@@ -126,5 +125,4 @@ TEST_F(RevisedFlag, EachStartWritesTheFlagOnlyWhenItChangesBetweenZeroAndOne) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

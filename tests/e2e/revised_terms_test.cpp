@@ -3,8 +3,7 @@
 // country's set is fetched even with the same versions and keeps only the base answers.
 #include "sync_fixture.h"
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 TEST_F(Sync, ANewOrChangedDisclaimerOrAnotherCountryIsFetchedAndOnlyWhatNeedsAnAnswerIsRevised) {
@@ -35,10 +34,8 @@ TEST_F(Sync, ANewOrChangedDisclaimerOrAnotherCountryIsFetchedAndOnlyWhatNeedsAnA
 
     // Another country whose set holds the same versions: the country alone makes the run fetch,
     // and only the base answers stay.
-    const auto data = m_admin->Get("/admin/data");
-    ASSERT_TRUE(data);
     Json::Value copy;
-    copy["country_set"] = ParseText(data->body)["US"];
+    copy["country_set"] = Admin("/admin/data")["US"];
     copy["country_set"]["country"] = "DE";
     copy["country_set"]["set_id"] = "TVTERMS-DE-AS-US";
     Publish(ToLine(copy));
@@ -56,5 +53,4 @@ TEST_F(Sync, ANewOrChangedDisclaimerOrAnotherCountryIsFetchedAndOnlyWhatNeedsAnA
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

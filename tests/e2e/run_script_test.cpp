@@ -11,8 +11,7 @@
 #include "process.h"
 #include "sync_fixture.h"
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -192,5 +191,4 @@ TEST(Scripts, EachAnswersHelpWithItsStagesAndDurationAndStartsNothing) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

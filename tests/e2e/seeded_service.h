@@ -13,13 +13,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 // Six records: every requester sees a different list, one is revised, one is unavailable on
 // this set (it needs UHD RM, which the default profile lacks), one is a common item.
@@ -81,10 +78,7 @@ class SeededService : public ::testing::Test {
         m_host = StartHost(m_root, TARVO_MODULE_PATH);
         ASSERT_NE(m_host, nullptr);
         ASSERT_TRUE(m_client.Connect(DefaultSocket(m_root)));
-        ASSERT_TRUE(m_listener.Connect(DefaultSocket(m_root)));
-        ASSERT_TRUE(m_listener.SendLine(R"({"id": 0, "subscribe": true})"));
-        const auto ok = m_listener.ReadFrame();
-        ASSERT_TRUE(ok && (*ok)["ok"].asBool());
+        ASSERT_TRUE(m_listener.Subscribe(DefaultSocket(m_root)));
         ASSERT_TRUE(WaitForLog("Data Control Service Created Success!", created + 1));
         ASSERT_TRUE(WaitForLog("m_CheckRevisedTerms", checked + 1));
     }
@@ -162,6 +156,7 @@ class SeededService : public ::testing::Test {
     }
 
     size_t LogCount(const std::string& text) const { return test::LogCount(m_root, text); }
+    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args); }
 
     bool WaitForLog(const std::string& text, size_t count = 1) const {
         return WaitUntil([&] { return LogCount(text) >= count; });
@@ -181,5 +176,4 @@ class SeededService : public ::testing::Test {
     HostClient m_listener;
 };
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

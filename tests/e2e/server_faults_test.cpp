@@ -8,8 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 // A loopback port that was bound and closed again, so a connection to it is refused.
@@ -125,5 +124,4 @@ TEST_F(ServerFaults, NoBadAnswerChangesTheStoreAndTheNextGoodOneHealsIt) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -5,8 +5,7 @@
 #include <cstdlib>
 #include <sstream>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 std::vector<std::string> AgreementEntries(const std::string& text) {
     std::vector<std::string> entries;
@@ -24,9 +23,7 @@ void Sync::PrepareTelevision() {
     m_productionPort = ports["production"].asInt();
     m_stagingPort = ports["staging"].asInt();
     m_caFile = ports["ca"].asString();
-    ASSERT_GT(m_openapiPort, 0);
-    ASSERT_GT(m_productionPort, 0);
-    ASSERT_GT(m_stagingPort, 0);
+    ASSERT_TRUE(m_openapiPort > 0 && m_productionPort > 0 && m_stagingPort > 0) << ToLine(ports);
     m_admin = std::make_unique<httplib::Client>("127.0.0.1", ports["admin"].asInt());
     m_admin->set_read_timeout(10, 0);
 
@@ -38,10 +35,7 @@ void Sync::StartService() {
     setenv("TARVO_TIMEOUT_SCALE", m_timeoutScale.c_str(), 1);
     m_host = StartHost(m_root, TARVO_MODULE_PATH);
     ASSERT_NE(m_host, nullptr);
-    ASSERT_TRUE(m_events.Connect(DefaultSocket(m_root)));
-    ASSERT_TRUE(m_events.SendLine(R"({"id": 0, "subscribe": true})"));
-    const auto accepted = m_events.ReadFrame();
-    ASSERT_TRUE(accepted && (*accepted)["ok"].asBool());
+    ASSERT_TRUE(m_events.Subscribe(DefaultSocket(m_root)));
     ASSERT_TRUE(m_calls.Connect(DefaultSocket(m_root)));
     // Available once the init event has created the info service.
     ASSERT_TRUE(WaitUntil([&] { return Method("is service available")["result"].asBool(); }));
@@ -58,12 +52,8 @@ Json::Value Sync::Call(const Json::Value& request) {
     return answer ? (*answer)["reply"] : Json::Value();
 }
 
-Json::Value Sync::Method(const std::string& method) {
-    return Call(ParseText(R"({"method": ")" + method + "\"}"));
-}
-
 Json::Value Sync::RequestUpdate(const std::string& from) {
-    Json::Value request = ParseText(R"({"method": "request update disclaimers"})");
+    Json::Value request = test::Method("request update disclaimers");
     request["request_from"] = from;
     EXPECT_TRUE(Call(request)["result"].asBool());
     return Notification("new_disclaimer_got");
@@ -121,23 +111,18 @@ void Sync::SetVconf(const std::string& key, const std::string& value) {
     ASSERT_EQ(vconf_set_str(key.c_str(), value.c_str()), 0) << key;
 }
 
+Json::Value Sync::Admin(const std::string& path) {
+    const auto answer = m_admin->Get(path);
+    EXPECT_TRUE(answer) << path;
+    return answer ? ParseText(answer->body) : Json::Value();
+}
+
 Json::Value Sync::CloudRequests(const std::string& method) {
-    const auto listed = m_admin->Get("/admin/requests");
-    EXPECT_TRUE(listed);
     Json::Value requests(Json::arrayValue);
-    if (!listed) return requests;
-    for (const Json::Value& request : ParseText(listed->body)) {
+    for (const Json::Value& request : Admin("/admin/requests")) {
         if (request["method"] == method) requests.append(request);
     }
     return requests;
-}
-
-void Sync::ClearCloudRequests() { ASSERT_TRUE(m_admin->Delete("/admin/requests")); }
-
-Json::Value Sync::CloudAgreements() {
-    const auto listed = m_admin->Get("/admin/agreements");
-    EXPECT_TRUE(listed);
-    return listed ? ParseText(listed->body) : Json::Value();
 }
 
 std::map<std::string, std::string> Sync::Reported(const std::string& deployment) {
@@ -146,14 +131,6 @@ std::map<std::string, std::string> Sync::Reported(const std::string& deployment)
     for (const auto& id : record.getMemberNames()) terms[id] = record[id]["agree"].asString();
     return terms;
 }
-
-Json::Value Sync::CloudLogEvents() {
-    const auto listed = m_admin->Get("/admin/log-events");
-    EXPECT_TRUE(listed);
-    return listed ? ParseText(listed->body) : Json::Value();
-}
-
-void Sync::ClearCloudLogEvents() { ASSERT_TRUE(m_admin->Delete("/admin/log-events")); }
 
 void Sync::Fault(const std::string& json) {
     m_admin->Delete("/admin/fault");
@@ -164,13 +141,6 @@ void Sync::Fault(const std::string& json) {
 void Sync::Publish(const std::string& json) {
     const auto published = m_admin->Post("/admin/publish", json, "application/json");
     ASSERT_TRUE(published && published->status == 200) << json;
-}
-
-size_t Sync::LogCount(const std::string& text) const {
-    const std::string log = ReadFile(m_root.At("/var/log/tarvo.log"));
-    size_t count = 0;
-    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) ++count;
-    return count;
 }
 
 Json::Value DataSet(const std::string& country) {
@@ -185,5 +155,4 @@ Json::Value DataDisclaimer(const std::string& country, const std::string& id) {
     return Json::Value();
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -16,8 +16,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 constexpr const char* kSyncDuid = "DUID-SYNC-TEST";
 
@@ -35,7 +34,7 @@ class Sync : public ::testing::Test {
     void StartService();
 
     Json::Value Call(const Json::Value& request);
-    Json::Value Method(const std::string& method);
+    Json::Value Method(const std::string& method) { return Call(test::Method(method)); }
     // "request update disclaimers" from `from`, then the "new_disclaimer_got" it leads to.
     Json::Value RequestUpdate(const std::string& from);
     // The next notification named `name`; others that come first are kept for later.
@@ -50,17 +49,20 @@ class Sync : public ::testing::Test {
     // The requests the cloud received with `method`, oldest first. Fetches by default: the answers'
     // uploads (PUT) may reach the cloud at any time after a change, and are counted apart.
     Json::Value CloudRequests(const std::string& method = "GET");
-    void ClearCloudRequests();
+    void ClearCloudRequests() { ASSERT_TRUE(m_admin->Delete("/admin/requests")); }
     // {"production": {DUID: {...}}, "staging": {...}}: the uploads the cloud accepted.
-    Json::Value CloudAgreements();
+    Json::Value CloudAgreements() { return Admin("/admin/agreements"); }
     // The answers the cloud holds for this television in `deployment`, as id -> "Y"/"N".
     std::map<std::string, std::string> Reported(const std::string& deployment = "production");
     // Every usage event the cloud's log servers received, oldest first.
-    Json::Value CloudLogEvents();
-    void ClearCloudLogEvents();
+    Json::Value CloudLogEvents() { return Admin("/admin/log-events"); }
+    void ClearCloudLogEvents() { ASSERT_TRUE(m_admin->Delete("/admin/log-events")); }
+    // The cloud's admin answer to a GET of `path`.
+    Json::Value Admin(const std::string& path);
     void Fault(const std::string& json);
     void Publish(const std::string& json);
-    size_t LogCount(const std::string& text) const;
+    size_t LogCount(const std::string& text) const { return test::LogCount(m_root, text); }
+    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args); }
 
     TempRoot m_root;
     std::string m_alarmScale = "0.05";
@@ -83,5 +85,4 @@ Json::Value DataDisclaimer(const std::string& country, const std::string& id);
 // "a:false;b:true;" as its entries.
 std::vector<std::string> AgreementEntries(const std::string& text);
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -6,8 +6,7 @@
 
 #include <algorithm>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr const char* kUsSet = "TVTERMS-US-2024-05";
@@ -161,5 +160,4 @@ TEST_F(SyncNimbraTimeout, TheWaitEndsWithTheTermErrorAndLateValuesStartNothing) 
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -14,8 +14,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr size_t kNone = std::string::npos;
@@ -59,15 +58,14 @@ TEST_F(TarvoctlWithService, ExitCodesTellDoneRefusedAndUsageAndJsonIsOneLinePerA
         EXPECT_EQ(Ctl(usage).exit_code, 2) << (usage.empty() ? "" : usage[0]);
 }
 
-TEST_F(Tarvoctl, WithoutAServiceVerbsExitThree) {
+TEST_F(Tarvoctl, WithoutAServiceVerbsExitThreeAndVconfValuesRoundTripWithTheirTypes) {
     const auto ping = Ctl({"ping"});
     EXPECT_EQ(ping.exit_code, 3);
     EXPECT_NE(ping.err.find("no service is running at " + DefaultSocket(m_root)), kNone) << ping.err;
 
     EXPECT_EQ(Ctl({"--socket", m_root.At("/none.sock"), "call", "{}"}).exit_code, 3);
-}
 
-TEST_F(Tarvoctl, VconfValuesRoundTripWithTheirTypes) {
+    // Vconf values need no service and round-trip with their types.
     EXPECT_EQ(Ctl({"vconf", "set", "db/test/number", "42"}).exit_code, 0);
     EXPECT_EQ(VconfNumber("db/test/number"), 42);
     const auto number_out = ParseLine(Ctl({"--json", "vconf", "get", "db/test/number"}).out);
@@ -194,11 +192,9 @@ class FriendlyVerbs : public SeededService {
         rows.push_back(combined);
         return rows;
     }
-
-    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args); }
 };
 
-TEST_F(FriendlyVerbs, ReadingVerbsPrintTablesAndOneNamedDocumentPerResultUnderJson) {
+TEST_F(FriendlyVerbs, ReadingVerbsPrintTablesAndJsonDocumentsAndChangeVerbsTheAnswersReadBack) {
     const Json::Value document = ParseLine(Ctl({"--json", "status"}).out);
     EXPECT_EQ(document["service_available"], true);
     EXPECT_EQ(document["store_open"], true);
@@ -217,10 +213,9 @@ TEST_F(FriendlyVerbs, ReadingVerbsPrintTablesAndOneNamedDocumentPerResultUnderJs
     EXPECT_EQ(Ctl({"show", "uhd_video"}).exit_code, 1);
 
     EXPECT_NE(Ctl({"revised"}).out.find("voice_new"), kNone);
-}
 
-TEST_F(FriendlyVerbs, ChangeVerbsPrintTheAnswersReadBackAndRefuseUnknownIds) {
-    // pp is agreed and tnc is not, so the combined record reads as not agreed.
+    // Change verbs print the answers read back and refuse unknown ids. pp is agreed and tnc is not, so the
+    // combined record reads as not agreed.
     EXPECT_NE(Ctl({"agree", "pp_sub1"}).out.find("2 answers changed"), kNone);
     EXPECT_NE(Ctl({"disagree", "pp_sub1"}).out.find("3 answers changed"), kNone);
     EXPECT_NE(VconfText("db/tarvodatacontrol/disclaimeragrees").find("\"pp\":\"false\""), kNone);
@@ -267,10 +262,7 @@ TEST_F(FriendlyVerbs, SetCountryChecksTheCodeAndUpdateNamesTheDeviceValueItWaits
         << stored.out;
 }
 
-class TarvoctlUpdate : public Sync {
-  protected:
-    RunResult Ctl(const std::vector<std::string>& args) { return RunCtl(m_root, args); }
-};
+using TarvoctlUpdate = Sync;
 
 TEST_F(TarvoctlUpdate, TellsWhereTheAnswerCameFromAndWhyAFetchFailed) {
     // The service keeps its last code, so a failure without one reports the one before it.
@@ -350,5 +342,4 @@ TEST_F(TarvoctlUpdate, ANetworkDownAndAClosedStoreAreSaidSoAndAClosedStoreAsksNo
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

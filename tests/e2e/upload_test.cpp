@@ -3,12 +3,10 @@
 #include <openssl/sha.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "sync_fixture.h"
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 class Upload : public Sync {
@@ -124,20 +122,12 @@ TEST_F(Upload, AnswersGivenOfflineGoOutSignedForEachDeploymentAndOnlyOnce) {
     }
 }
 
-TEST_F(Upload, EveryServerFaultLeavesAnswersUnreportedUntilTheNextChange) {
+TEST_F(Upload, EveryServerFaultLeavesAnswersUnreportedUntilTheNextChangeAndAnOkWithAnErrorCounts) {
     StartConnected();
     ASSERT_TRUE(WaitReported("production", "tnc", "N"));
-    // Answers no agreement server sends: an entity, an external one, 6,000 attributes on one
-    // element (the parser's own test takes the megabyte of them, which would turn the log over).
-    const std::string entity = VconfText("db/nimbra/gpmurl/apps") + "/entity";
-    std::string attributes = "<rsp stat='ok'";
-    for (int i = 0; i < 6000; ++i) attributes += " a" + std::to_string(i) + "=''";
-    Json::Value bodies(Json::arrayValue);
-    bodies.append(R"(<!DOCTYPE rsp [<!ENTITY a "x">]><rsp stat="ok"><t>&a;</t></rsp>)");
-    bodies.append(R"(<!DOCTYPE rsp [<!ENTITY e SYSTEM ")" + entity +
-                  R"(">]><rsp stat="ok"><t>&e;</t></rsp>)");
-    bodies.append(attributes + "/>");
-    std::vector<std::string> faults = {
+    // Answers no agreement server sends (declarations, entities, too much markup) are the
+    // parser's own test; here any answer it refuses is one more fault.
+    const std::string faults[] = {
         R"({"kind": "stat_error"})",
         R"({"kind": "not_xml"})",
         R"({"kind": "wrong_root"})",
@@ -145,13 +135,8 @@ TEST_F(Upload, EveryServerFaultLeavesAnswersUnreportedUntilTheNextChange) {
         R"({"kind": "drop"})",
         R"({"kind": "untrusted_cert"})",
         R"({"kind": "big_chunk", "bytes": 16385})",
+        R"({"kind": "body", "body": "<!DOCTYPE rsp><rsp stat=\"ok\"/>"})",
     };
-    for (const Json::Value& body : bodies) {
-        Json::Value form(Json::objectValue);
-        form["kind"] = "body";
-        form["body"] = body;
-        faults.push_back(ToLine(form));
-    }
     bool agreed = true;
     for (const std::string& fault : faults) {
         SCOPED_TRACE(fault.substr(0, 120));
@@ -176,13 +161,9 @@ TEST_F(Upload, EveryServerFaultLeavesAnswersUnreportedUntilTheNextChange) {
         EXPECT_EQ(Reported("production")["pp"], letter);
         agreed = !agreed;
     }
-    for (const Json::Value& request : CloudRequests()) EXPECT_NE(request["path"].asString(), "/entity");
-}
 
-TEST_F(Upload, AnAnswerOfTwoFullBlocksIsReadAndAnOkWithAnErrorCounts) {
-    StartConnected();
-    ASSERT_TRUE(WaitReported("production", "tnc", "N"));
-    bool agreed = true;
+    // An answer of two full blocks is read and an ok with an error counts: a restart has nothing
+    // left to send.
     for (const char* fault : {R"({"path": "agreement", "kind": "big_chunk", "bytes": 32768})",
                               R"({"path": "agreement", "kind": "ok_with_err"})"}) {
         SCOPED_TRACE(fault);
@@ -193,7 +174,6 @@ TEST_F(Upload, AnAnswerOfTwoFullBlocksIsReadAndAnOkWithAnErrorCounts) {
         ASSERT_TRUE(WaitUploadsEnded());
         agreed = !agreed;
     }
-    // Reported: a restart has nothing left to send.
     m_admin->Delete("/admin/fault");
     ClearCloudRequests();
     Restart();
@@ -222,5 +202,4 @@ TEST_F(Upload, ASlowAgreementServerHoldsUpNeitherQueriesNorASyncAndAnAnswerGiven
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

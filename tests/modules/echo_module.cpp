@@ -69,7 +69,6 @@ class EchoProxy : public bracken::ser::ServiceProxy {
             if (as == "uint64") reply.json["read"] = static_cast<Json::UInt64>(value.asUInt64());
             if (as == "double") reply.json["read"] = value.asDouble();
             if (as == "array") reply.json["read"] = value[0];
-            if (as == "object") reply.json["read"] = value["key"];
             return reply;
         }
         if (method == "notify") {

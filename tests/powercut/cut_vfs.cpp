@@ -19,8 +19,7 @@
 #include <set>
 #include <string>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 namespace {
 
@@ -92,14 +91,6 @@ void CountLocked() {
 void ForgetDeletedLocked() {
     for (const std::string& path : g_deleted) unlink((path + kDeletedSuffix).c_str());
     g_deleted.clear();
-}
-
-bool Identify(const std::string& path, dev_t& device, ino_t& inode) {
-    struct stat st {};
-    if (stat(path.c_str(), &st) != 0) return false;
-    device = st.st_dev;
-    inode = st.st_ino;
-    return true;
 }
 
 CutFile* Cut(sqlite3_file* file) { return reinterpret_cast<CutFile*>(file); }
@@ -200,9 +191,10 @@ int FileControl(sqlite3_file* file, int op, void* arg) {
 // whose file was unlinked or replaced behind SQLite (the store removes its file with unlink) is
 // dropped; a file that some handle still holds open keeps its image.
 std::shared_ptr<Image> OpenImageLocked(const std::string& path, sqlite3_file* real) {
-    dev_t device = 0;
-    ino_t inode = 0;
-    Identify(path, device, inode);
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) st = {};
+    const dev_t device = st.st_dev;
+    const ino_t inode = st.st_ino;
     sqlite3_int64 disk_size = 0;
     real->pMethods->xFileSize(real, &disk_size);
     auto found = g_images.find(path);
@@ -314,8 +306,7 @@ uint64_t CutVfsOperations() {
     return g_operations;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test
 
 // The store calls sync(2) after it removes its file; this process's sync makes the deletes before
 // it durable too. The executable's definition comes before the C library's for every library.

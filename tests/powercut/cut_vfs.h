@@ -7,8 +7,7 @@
 
 #include <cstdint>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 struct CutPlan {
     uint64_t cutAt = 0;  // the 1-based write/truncate/sync/delete at which the power goes; 0: never
@@ -24,5 +23,4 @@ void CutVfsLoseUnsynced();
 // Writes, truncates, syncs and deletes seen so far.
 uint64_t CutVfsOperations();
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

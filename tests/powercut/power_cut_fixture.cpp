@@ -1,11 +1,11 @@
 #include "power_cut_fixture.h"
 
-#include <poll.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vconf.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -22,8 +22,7 @@ extern "C" void __gcov_dump(void);
 
 namespace fs = std::filesystem;
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 namespace {
 
@@ -92,28 +91,22 @@ PowerCut::Child PowerCut::RunChild(const std::string& root, const ChildWork& wor
         Reporter::Exit(0);
     }
     close(fds[1]);
+    fcntl(fds[0], F_SETFL, O_NONBLOCK);
     std::string text;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(90);
-    bool timed_out = false;
-    while (true) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            timed_out = true;
-            break;
-        }
-        pollfd in{fds[0], POLLIN, 0};
-        if (poll(&in, 1, static_cast<int>(left.count())) <= 0) continue;
-        char buffer[4096];
-        const ssize_t got = read(fds[0], buffer, sizeof buffer);
-        if (got <= 0) break;
-        text.append(buffer, got);
-    }
+    // Until the child's end closes the pipe.
+    const bool ended = WaitUntil(
+        [&] {
+            char buffer[4096];
+            ssize_t got = 0;
+            while ((got = read(fds[0], buffer, sizeof buffer)) > 0) text.append(buffer, got);
+            return got == 0 || (errno != EAGAIN && errno != EINTR);
+        },
+        std::chrono::seconds(90));
     close(fds[0]);
-    if (timed_out) kill(pid, SIGKILL);
+    if (!ended) kill(pid, SIGKILL);
     waitpid(pid, &child.status, 0);
     child.lines = Lines(text);
-    if (timed_out) child.lines.push_back("fail the child did not end within 90 s");
+    if (!ended) child.lines.push_back("fail the child did not end within 90 s");
     return child;
 }
 
@@ -269,5 +262,4 @@ void PowerCut::RunCuts(const ChildWork& work, const ChildWork& restart, int cuts
                 static_cast<unsigned long long>(operations), static_cast<unsigned long long>(base));
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -16,8 +16,7 @@
 #include "host_client.h"
 #include "tarvo_test.h"
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 // A child's end of the pipe, one whole line per write: "call ID=0|1 ..." / "ack" around a "set
 // agreements", "call-reset" / "reset", "merge-begin" / "merge-end" around a server update; the
@@ -63,5 +62,4 @@ class PowerCut : public ::testing::Test {
     std::map<std::string, std::string> m_initial;  // the template's answers, by id
 };
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -3,30 +3,20 @@
 // integrity_check and the vconf mirror agrees with the store. A failure names its replay seed.
 #include <bracken/ser.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
 #include <tarvo/log_capture.h>
 #include <tarvo/platform.h>
-#include <unistd.h>
 #include <vconf.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <map>
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "TarvoDataControlService.h"
-#include "cut_vfs.h"
 #include "disclaimer_rows.h"
 #include "power_cut_fixture.h"
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 using std::chrono::seconds;
@@ -198,5 +188,4 @@ TEST_F(PowerCut, DuringASyncAndItsUploadsLosesNoAcknowledgedAnswer) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -12,7 +12,6 @@
 #include <bracken/ser.h>
 #include <tarvo/platform.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -23,8 +22,7 @@
 
 #include <unistd.h>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 constexpr auto kRunFor = std::chrono::seconds(10);
@@ -121,8 +119,7 @@ TEST_F(Stress, EightClientsUnderPowerAndNetworkChangesAreEachAnsweredInTimeWithJ
     std::atomic<long> notifications{0};
     std::thread listener([&] {
         HostClient client;
-        ASSERT_TRUE(client.Connect(DefaultSocket(m_root)));
-        ASSERT_TRUE(client.SendLine(R"({"id": 0, "subscribe": true})"));
+        ASSERT_TRUE(client.Subscribe(DefaultSocket(m_root)));
         while (std::chrono::steady_clock::now() < deadline) {
             const auto frame = client.ReadFrame(std::chrono::milliseconds(200));
             if (!frame || !frame->isMember("notification")) continue;
@@ -176,10 +173,7 @@ TEST_F(Stress, ACrowdOfSilentConnectionsRacesWithCallersAndNotificationsAndTheSu
 
     const auto deadline = std::chrono::steady_clock::now() + kRunFor / 2;
     HostClient subscriber;
-    ASSERT_TRUE(subscriber.Connect(socket));
-    ASSERT_TRUE(subscriber.SendLine(R"({"id": 0, "subscribe": true})"));
-    const auto subscribed = subscriber.ReadFrame(kAnswerBound);
-    ASSERT_TRUE(subscribed && (*subscribed)["ok"].asBool());
+    ASSERT_TRUE(subscriber.Subscribe(socket));
 
     std::atomic<bool> done{false};
     std::atomic<long> answered{0};
@@ -246,8 +240,7 @@ TEST_F(Stress, ACrowdOfSilentConnectionsRacesWithCallersAndNotificationsAndTheSu
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test
 
 #ifdef TARVO_COVERAGE
 extern "C" void __gcov_dump(void);

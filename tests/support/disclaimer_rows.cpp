@@ -5,8 +5,7 @@
 
 #include <filesystem>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 namespace {
 
@@ -90,6 +89,16 @@ bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>&
     return ok;
 }
 
+bool ExecFile(const std::string& path, const std::string& sql) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    sqlite3* db = nullptr;
+    const bool ok = sqlite3_open(path.c_str(), &db) == SQLITE_OK &&
+                    sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+    if (!ok) ADD_FAILURE() << path << ": " << sql << ": " << sqlite3_errmsg(db);
+    sqlite3_close(db);
+    return ok;
+}
+
 std::vector<std::string> QueryFile(const std::string& path, const std::string& sql, std::string* error) {
     std::vector<std::string> rows;
     sqlite3* db = nullptr;
@@ -118,5 +127,4 @@ std::vector<std::string> QueryFile(const std::string& path, const std::string& s
     return rows;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 // One row of the disclaimer table. Defaults: an available record, visible everywhere.
 struct DisclaimerRow {
@@ -57,9 +56,11 @@ bool WriteDisclaimerRows(const TempRoot& root, const std::vector<DisclaimerRow>&
 // "<null>"; waits out the service's locks. A failure sets `error`, or fails the test without one.
 std::vector<std::string> QueryFile(const std::string& path, const std::string& sql,
                                    std::string* error = nullptr);
+// Runs `sql`, one statement or several, on the SQLite file at `path` (made with its folders when
+// missing); false, with a test failure naming SQLite's message, when SQLite refuses.
+bool ExecFile(const std::string& path, const std::string& sql);
 inline std::vector<std::string> QueryStore(const TempRoot& root, const std::string& sql) {
     return QueryFile(StoreFile(root), sql);
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

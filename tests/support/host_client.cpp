@@ -12,8 +12,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 HostClient::~HostClient() {
     if (m_fd >= 0) close(m_fd);
@@ -33,6 +32,12 @@ bool HostClient::Connect(const std::string& socket_path) {
         return false;
     }
     return true;
+}
+
+bool HostClient::Subscribe(const std::string& socket_path) {
+    if (!Connect(socket_path) || !SendLine(R"({"id": 0, "subscribe": true})")) return false;
+    const auto accepted = ReadFrame();
+    return accepted && (*accepted)["ok"].asBool();
 }
 
 bool HostClient::SendText(const std::string& text) {
@@ -178,5 +183,4 @@ std::unique_ptr<ChildProcess> StartCloud(const TempRoot& root, const std::string
     return cloud;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

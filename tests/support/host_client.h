@@ -13,8 +13,7 @@
 #include <optional>
 #include <string>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 class HostClient {
   public:
@@ -24,6 +23,8 @@ class HostClient {
     HostClient& operator=(const HostClient&) = delete;
 
     bool Connect(const std::string& socket_path);
+    // Connects and subscribes to notifications; true once the host accepted.
+    bool Subscribe(const std::string& socket_path);
     // Sends `text` as is; SendLine adds the newline that ends a frame.
     bool SendText(const std::string& text);
     bool SendLine(const std::string& line) { return SendText(line + "\n"); }
@@ -67,5 +68,4 @@ RunResult RunCtl(const TempRoot& root, const std::vector<std::string>& args,
 // `ports`, and points the television's values (US, English, `duid`) at it. Null when it fails.
 std::unique_ptr<ChildProcess> StartCloud(const TempRoot& root, const std::string& duid, Json::Value& ports);
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -14,8 +14,7 @@
 #include <thread>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 class LoopbackHttp {
   public:
@@ -77,5 +76,4 @@ class LoopbackHttp {
     Handler m_handler;
 };
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -12,8 +12,7 @@
 
 extern char** environ;
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 namespace {
 
@@ -131,5 +130,4 @@ RunResult RunProgram(const std::vector<std::string>& argv, const std::map<std::s
     return result;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

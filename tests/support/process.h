@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 class ChildProcess {
   public:
@@ -57,5 +56,4 @@ RunResult RunProgram(const std::vector<std::string>& argv, const std::map<std::s
                      const std::string& log_prefix,
                      std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -13,8 +13,7 @@
 
 namespace fs = std::filesystem;
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 TempRoot::TempRoot() {
     std::string pattern = (fs::temp_directory_path() / "tarvo-test-XXXXXX").string();
@@ -50,28 +49,12 @@ void TempRoot::EditProfile(const std::function<void(Json::Value&)>& edit) const 
 }
 
 Json::Value DefaultProfile() {
-    Json::Value p(Json::objectValue);
-    p["system_info"]["13"] = true;
-    p["system_info"]["282"] = false;
-    p["system_info"]["61"] = true;
-    p["system_info"]["128"] = "T-1010.5";
-    p["factory_data"]["112"] = 0;
-    p["factory_data"]["166"] = 0;
-    p["factory_data"]["273"] = 0;
-    p["firm_code"] = "T-TRV2-1010.5";
-    Json::Value country(Json::objectValue);
-    country["countryCode"] = "US";
-    country["countryName"] = "United States";
-    p["country_list"]["rsp"]["stat"] = "ok";
-    p["country_list"]["rsp"]["modelId"] = "TRV55";
-    p["country_list"]["rsp"]["countriesList"].append(country);
-    p["term_error"] = "0";
-    p["network"]["up"] = true;
-    p["network"]["profile"] = "ethernet";
-    p["network"]["mac"] = "AA:BB:CC:DD:EE:FF";
-    p["network"]["dns"] = true;
-    p["curl"]["write_block"] = 16384;
-    return p;
+    return ParseText(R"({"system_info": {"13": true, "282": false, "61": true, "128": "T-1010.5"},
+        "factory_data": {"112": 0, "166": 0, "273": 0}, "firm_code": "T-TRV2-1010.5", "term_error": "0",
+        "country_list": {"rsp": {"stat": "ok", "modelId": "TRV55",
+            "countriesList": [{"countryCode": "US", "countryName": "United States"}]}},
+        "network": {"up": true, "profile": "ethernet", "mac": "AA:BB:CC:DD:EE:FF", "dns": true},
+        "curl": {"write_block": 16384}})");
 }
 
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
@@ -124,5 +107,4 @@ int VconfNumber(const std::string& key) {
     return value;
 }
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

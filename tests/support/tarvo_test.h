@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 
 // Makes a fresh temporary root, points TARVO_ROOT at it and prepares it as a
 // television would be (folders and a default device profile). Removed at destruction.
@@ -51,5 +50,4 @@ Json::Value ParseText(const std::string& text);
 std::string VconfText(const std::string& key);
 int VconfNumber(const std::string& key);
 
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

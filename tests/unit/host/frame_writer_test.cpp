@@ -1,19 +1,18 @@
 // The host writes its frames with RapidJSON; a client must get the very bytes JsonCpp's
 // StreamWriter wrote before, whatever the module put in its reply.
 #include "frames.h"
+#include "tarvo_test.h"
 
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <cstdint>
 #include <functional>
 #include <limits>
 #include <random>
 #include <string>
 #include <vector>
 
-namespace tarvo {
-namespace test {
+namespace tarvo::test {
 namespace {
 
 using host::FrameHandler;
@@ -31,27 +30,15 @@ std::string AllControlBytes() {
 
 TEST(FrameWriter, WritesTheBytesJsonCppWritesForTrickyValues) {
     const std::string controls = AllControlBytes();
-    Json::Value frame(Json::objectValue);
-    frame["id"] = 7;
-    frame["reply"]["unicode"] =
-        "caf\xc3\xa9 \xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x93\xba";
+    Json::Value frame = ParseText(R"({"id": 7, "reply": {
+        "unicode": "caf\u00e9 \u05e9\u05dc\u05d5\u05dd \u65e5\u672c \ud83d\udcfa",
+        "tab, newline and friends": "a\tb\nc\rd\be\ff", "with nul": "before\u0000after",
+        "escapes": "quote \" backslash \\ slash / \\u0041 not an escape",
+        "big": -9223372036854775808, "bigger": 18446744073709551615, "negative": -1, "zero": 0,
+        "flags": [true, false], "nested": {"deeper": [{"deepest": []}]}, "empty object": {},
+        "empty array": [], "empty string": "", "": "an empty name", "null": null,
+        "caf\u00e9 \ud83d\udcfa": "a name outside ASCII"}})");
     frame["reply"]["controls"] = controls;
-    frame["reply"]["tab, newline and friends"] = "a\tb\nc\rd\be\ff";
-    frame["reply"]["escapes"] = R"(quote " backslash \ slash / \u0041 not an escape)";
-    frame["reply"]["with nul"] = std::string("before\0after", 12);
-    frame["reply"]["big"] = Json::Value(std::numeric_limits<Json::Int64>::min());
-    frame["reply"]["bigger"] = Json::Value(std::numeric_limits<Json::UInt64>::max());
-    frame["reply"]["negative"] = -1;
-    frame["reply"]["zero"] = 0;
-    frame["reply"]["flags"].append(true);
-    frame["reply"]["flags"].append(false);
-    frame["reply"]["nested"]["deeper"][0]["deepest"] = Json::Value(Json::arrayValue);
-    frame["reply"]["empty object"] = Json::Value(Json::objectValue);
-    frame["reply"]["empty array"] = Json::Value(Json::arrayValue);
-    frame["reply"]["empty string"] = "";
-    frame["reply"][""] = "an empty name";
-    frame["reply"]["null"] = Json::Value();
-    frame["reply"]["caf\xc3\xa9 \xf0\x9f\x93\xba"] = "a name outside ASCII";
     ExpectAlike(frame);
 
     // Each control byte alone, as a value and as a member's name, before and after plain text.
@@ -89,30 +76,9 @@ TEST(FrameWriter, WritesTheBytesJsonCppWritesForTrickyValues) {
 TEST(FrameWriter, WritesTheBytesJsonCppWritesForRandomValues) {
     std::mt19937 random(20261125);
     // Pieces that both writers write alike, and pieces that send a frame JsonCpp's way.
-    const std::vector<std::string> alike = {"a",
-                                            "Z",
-                                            "0",
-                                            " ",
-                                            "\"",
-                                            "\\",
-                                            "/",
-                                            "{",
-                                            "]",
-                                            ":",
-                                            ",",
-                                            "\t",
-                                            "\n",
-                                            "\r",
-                                            "\b",
-                                            "\f",
-                                            std::string(1, '\0'),
-                                            "\x01",
-                                            "\x10",
-                                            "\x7f",
-                                            "\xc3\xa9",
-                                            "\xe2\x82\xac",
-                                            "\xf0\x9f\x93\xba",
-                                            "plain text long enough for a word at a time"};
+    std::vector<std::string> alike = {std::string(1, '\0'), "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x93\xba",
+                                      "plain text long enough for a word at a time"};
+    for (char c : std::string("aZ0 \"\\/{]:,\t\n\r\b\f\x01\x10\x7f")) alike.emplace_back(1, c);
     const std::vector<std::string> unlike = {"\x0b", "\x0e", "\x1a", "\x1f", "\xff", "\x80", "\xe2\x82"};
     bool with_unlike = false;
     const auto text = [&] {
@@ -156,5 +122,4 @@ TEST(FrameWriter, WritesTheBytesJsonCppWritesForRandomValues) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace tarvo
+}  // namespace tarvo::test

@@ -27,7 +27,7 @@ std::string Take(char* text) {
 
 // The service's readings of the profile (versions, modes, error codes) follow its edits in the
 // service's own tests.
-TEST(DeviceProfile, APreparedRootKeepsTheEditsAndDeploymentValuesReadEmptyWhenMissing) {
+TEST(DeviceProfile, APreparedRootKeepsTheEditsAndMissingNullOrMistypedMembersFailAndLeaveOutputsAlone) {
     TempRoot root;
     root.EditProfile([](Json::Value& p) {
         p["system_info"]["13"] = false;
@@ -42,10 +42,8 @@ TEST(DeviceProfile, APreparedRootKeepsTheEditsAndDeploymentValuesReadEmptyWhenMi
 
     EXPECT_EQ(nimbra_set_gpm_countrycode("FR"), 1);
     EXPECT_EQ(Take(vconf_get_str("db/nimbra/countrycode")), "FR");
-}
 
-TEST(DeviceProfile, MissingNullOrMistypedMembersFailAndLeaveOutputsAlone) {
-    TempRoot root;
+    // Missing, null or mistyped members fail and leave the outputs alone.
     root.EditProfile([](Json::Value& p) {
         p["system_info"].removeMember("61");
         p["system_info"]["13"] = "yes";

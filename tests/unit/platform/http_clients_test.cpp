@@ -62,7 +62,15 @@ class HttpClient : public ::testing::Test {
     ZephCurl::ZephCurlEasy client;
 };
 
-TEST_F(HttpClient, SendsTheServiceHeadersAndTheDeviceHeadersExactlyOnce) {
+TEST_F(HttpClient, RefusesBadOptionsAndSendsTheServiceHeadersAndTheDeviceHeadersExactlyOnce) {
+    // Options before initialisation, unknown or mistyped ones, and device headers without a model.
+    EXPECT_FALSE(client.setOption(ZephCurl::URL, http.Url("/body")));
+    ASSERT_TRUE(client.Initialize());
+    EXPECT_FALSE(client.setLumiqHeader(1)) << "no model id in vconf";
+    EXPECT_FALSE(client.setOption(static_cast<ZephCurl::ZEPHCURL_OPTION_TYPE>(99), 1L));
+    EXPECT_EQ(client.getErrorCode(), CURLE_UNKNOWN_OPTION);
+    EXPECT_FALSE(client.setOption(ZephCurl::URL, 1L));
+
     ASSERT_EQ(vconf_set_str("db/nimbra/modelid", "TRV55Q9"), 0);
     Prepare("/body");
     ASSERT_TRUE(client.setLumiqHeader(1));  // before the list: both must reach the wire
@@ -98,15 +106,6 @@ TEST_F(HttpClient, DeliversTheBodyInBlocksOfTheProfilesSizeToEitherFormOfDataFun
     ASSERT_TRUE(client.send()) << client.getLastError();
     EXPECT_EQ(received.body, body);
     EXPECT_EQ(received.blocks, (std::vector<size_t>{10000, 10000, 10000, 10000}));
-}
-
-TEST_F(HttpClient, RefusesOptionsBeforeInitialisationUnknownOrMistypedOptionsAndAMissingModel) {
-    EXPECT_FALSE(client.setOption(ZephCurl::URL, http.Url("/body")));
-    ASSERT_TRUE(client.Initialize());
-    EXPECT_FALSE(client.setLumiqHeader(1)) << "no model id in vconf";
-    EXPECT_FALSE(client.setOption(static_cast<ZephCurl::ZEPHCURL_OPTION_TYPE>(99), 1L));
-    EXPECT_EQ(client.getErrorCode(), CURLE_UNKNOWN_OPTION);
-    EXPECT_FALSE(client.setOption(ZephCurl::URL, 1L));
 }
 
 class UsageLogClient : public ::testing::Test {

@@ -19,7 +19,7 @@ class ExternalData : public ::testing::Test {
     CTarvoExternalData* data = CTarvoExternalData::GetInstance();
 };
 
-TEST_F(ExternalData, GettersFollowVconfAndProfileChangesMadeWhileRunning) {
+TEST_F(ExternalData, GettersFollowChangesMadeWhileRunningButTheDeviceIdAndFirmCodeAreCached) {
     EXPECT_EQ(data->GetCountryCode(), "");
     vconf_set_str("db/nimbra/countrycode", "US");
     vconf_set_str("db/nimbra/modelid", "TRV55");
@@ -55,9 +55,8 @@ TEST_F(ExternalData, GettersFollowVconfAndProfileChangesMadeWhileRunning) {
     });
     EXPECT_EQ(data->GetProductSWVersion(), "");
     EXPECT_EQ(data->GetNimbraErrorCode(), 0);
-}
 
-TEST_F(ExternalData, DeviceIdIsCachedUntilANewMacAddressAndFirmCodeFromItsFirstSuccess) {
+    // The device id is cached until a new MAC address, the firm code from its first success.
     vconf_set_str("db/nimbra/duid", "DUID-1");
     EXPECT_EQ(data->GetDUID(), "DUID-1");
     vconf_set_str("db/nimbra/duid", "DUID-2");
@@ -97,18 +96,15 @@ class CountryList : public ExternalData {
     }
 };
 
-TEST_F(CountryList, GoodListInTextOrObjectFormIsKeptInOrderWithoutItsBadElements) {
+TEST_F(CountryList, AGoodListIsKeptInOrderWithoutItsBadElementsAndAFailedFetchEmptiesIt) {
     EXPECT_TRUE(CopiedCodes().empty());
-    Json::Value object;
-    ASSERT_TRUE(Json::Reader().parse(kGoodList, object));
-    for (const Json::Value& list : {Json::Value(kGoodList), object}) {
+    for (const Json::Value& list : {Json::Value(kGoodList), tarvo::test::ParseText(kGoodList)}) {
         SetList(list);
         EXPECT_TRUE(data->GetCountryCodeList());
         EXPECT_EQ(CopiedCodes(), (std::vector<std::string>{"US=United States", "DE=Germany"}));
     }
-}
 
-TEST_F(CountryList, EveryFailedFetchLeavesAnEmptyListWhereAGoodOneStood) {
+    // Every failed fetch leaves an empty list where a good one stood.
     const std::pair<Json::Value, const char*> cases[] = {
         {Json::nullValue, "nimbra_get_countrylist NULL"},
         {"this is { no json", "<<WARN: NOT JSON TYPE MESSAGE>>"},

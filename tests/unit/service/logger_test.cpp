@@ -107,11 +107,8 @@ TEST_F(UsageLogger, APolicyWithStatOkAmongBlanksSetsUpOnceForABatchOfEvents) {
     EXPECT_EQ(events[0]["path"], "/openapi/log/policy");
     EXPECT_EQ(events[0]["service"], "14_global");
     EXPECT_EQ(events[1]["desc"], "{service = apps}");
-    Json::Value header;
-    Json::Reader().parse(R"({"model_name": "TRV55", "user_id": "DUID-7", "duid": "DUID-7",
-                             "country_code": "US"})",
-                         header);
-    EXPECT_EQ(events[0]["header"], header);
+    EXPECT_EQ(events[0]["header"], tarvo::test::ParseText(R"({"model_name": "TRV55", "user_id": "DUID-7",
+        "duid": "DUID-7", "country_code": "US"})"));
     EXPECT_TRUE(log.Contains("Expiration 90"));
 }
 

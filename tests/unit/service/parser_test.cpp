@@ -34,7 +34,7 @@ class ResponseParser : public ::testing::Test {
     CTarvoKelvaneParser m_parser;
 };
 
-TEST_F(ResponseParser, FlattensAnswerIntoSuffixedPathKeys) {
+TEST_F(ResponseParser, FlattensAnswerIntoSuffixedPathKeysWithTextCommentsAndMissingStat) {
     ASSERT_TRUE(Parse(m_parser,
                       "<rsp stat=\"fail\"><err code=\"1002\" msg=\"bad\"/>"
                       "<list><term>A</term><term>B<sub>x</sub></term><term stat=\"inner\">C</term></list>"
@@ -60,17 +60,17 @@ TEST_F(ResponseParser, FlattensAnswerIntoSuffixedPathKeys) {
     EXPECT_EQ(m_parser.GetStat(), "ok");
     EXPECT_EQ(Node(m_parser, "/rsp#1/list/term"), "E");
     EXPECT_EQ(m_parser.GetNodeAmount("/rsp"), 2u);
-}
 
-TEST_F(ResponseParser, TextAndCommentChildrenAndMissingStat) {
-    ASSERT_TRUE(Parse(m_parser, "<rsp><msg>hello<!--note--></msg><err code=\"abc\"/></rsp>"));
-    EXPECT_EQ(m_parser.GetStat(), "");
-    EXPECT_EQ(Node(m_parser, "/rsp/msg"), "hello");
+    // Text and comment children, and a missing stat.
+    CTarvoKelvaneParser text;
+    ASSERT_TRUE(Parse(text, "<rsp><msg>hello<!--note--></msg><err code=\"abc\"/></rsp>"));
+    EXPECT_EQ(text.GetStat(), "");
+    EXPECT_EQ(Node(text, "/rsp/msg"), "hello");
     // A comment is walked like an element under libxml2's name for it, with no text of its own.
-    EXPECT_EQ(m_parser.GetNodeAmount("/rsp/msg/comment"), 1u);
-    EXPECT_EQ(Node(m_parser, "/rsp/msg/comment"), "<absent>");
-    EXPECT_EQ(m_parser.GetErrorCode(), 0);
-    EXPECT_EQ(m_parser.GetErrorMsg(), "");
+    EXPECT_EQ(text.GetNodeAmount("/rsp/msg/comment"), 1u);
+    EXPECT_EQ(Node(text, "/rsp/msg/comment"), "<absent>");
+    EXPECT_EQ(text.GetErrorCode(), 0);
+    EXPECT_EQ(text.GetErrorMsg(), "");
 
     CTarvoKelvaneParser none;
     ASSERT_TRUE(Parse(none, "<rsp stat=\"ok\"/>"));

@@ -13,11 +13,10 @@
 #include <vector>
 
 #include "TarvoInternalData.h"
+#include "disclaimer_rows.h"
 #include "tarvo_test.h"
 
 namespace store_test {
-
-using Rows = std::vector<std::vector<std::string>>;
 
 inline const char* const kDataBase = "/opt/usr/apps/org.mirlo.tarvodatacontrol-service/data/data.db";
 inline const char* const kCloneDataBase =
@@ -100,24 +99,13 @@ class StoreFixture : public ::testing::Test {
         return ids;
     }
     void Put(const TarvoDisclaimerDataItem& item) { store->SetDisclaimerItem(&item); }
-    // Runs `sql` on the file through a connection of its own, as another program would; NULL
-    // reads as "<null>".
-    Rows Db(const std::string& sql) {
-        Rows rows;
-        sqlite3* db = nullptr;
-        EXPECT_EQ(SQLITE_OK,
-                  sqlite3_open_v2(root.At(kDataBase).c_str(), &db, SQLITE_OPEN_READWRITE, nullptr));
-        auto collect = [](void* out, int n, char** values, char**) {
-            std::vector<std::string> row;
-            for (int i = 0; i < n; ++i) row.push_back(values[i] ? values[i] : "<null>");
-            static_cast<Rows*>(out)->push_back(row);
-            return 0;
-        };
-        sqlite3_exec(db, sql.c_str(), collect, &rows, nullptr);
-        sqlite3_close(db);
-        return rows;
+    // The file through a connection of its own, as another program would: the rows of a query,
+    // their columns joined by "=", or a change.
+    std::vector<std::string> Db(const std::string& sql) {
+        return tarvo::test::QueryFile(root.At(kDataBase), sql);
     }
-    std::string DbOne(const std::string& sql) { return Db(sql).at(0).at(0); }
+    std::string DbOne(const std::string& sql) { return Db(sql).at(0); }
+    void Change(const std::string& sql) { EXPECT_TRUE(tarvo::test::ExecFile(root.At(kDataBase), sql)); }
 
     // Constructed first: every platform call below sees the fresh root.
     tarvo::test::TempRoot root;
