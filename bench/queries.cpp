@@ -263,7 +263,7 @@ Record FromReply(const Json::Value& reply) {
 // back, as a host's call is followed by a client's turn: the round and the call in it, in
 // microseconds. Beside the socket figures it shows what a reply that waits for another thread costs
 // on this machine when the work before it takes as long as a call, with no transport of ours.
-std::pair<double, double> CallsBetweenTurns(int calls) {
+std::pair<double, double> OneRoundBetweenTurns(int calls) {
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return {0, 0};
     std::thread partner([&] {
@@ -287,6 +287,18 @@ std::pair<double, double> CallsBetweenTurns(int calls) {
     close(pair[1]);
     using Micros = std::chrono::duration<double, std::micro>;
     return {Micros(took).count() / calls, Micros(in_calls).count() / calls};
+}
+
+// The medians of `rounds` rounds as the socket road runs them: a fresh partner for each.
+std::pair<double, double> CallsBetweenTurns(int rounds, int calls) {
+    std::vector<double> round_us;
+    std::vector<double> call_us;
+    for (int round = 0; round < rounds; ++round) {
+        const auto [whole, call] = OneRoundBetweenTurns(calls);
+        round_us.push_back(whole);
+        call_us.push_back(call);
+    }
+    return {tarvo::bench::Median(round_us), tarvo::bench::Median(call_us)};
 }
 
 bool StartInProcess(std::string& error) {
@@ -372,7 +384,7 @@ int main(int argc, char** argv) {
                                      query)
             ->Unit(benchmark::kMicrosecond);
     }
-    // What each query writes to the log: every line is a write(2) the floor does not make.
+    // What each query writes to the log: the floor writes as many bytes.
     for (int q = 0; q < 3; ++q) {
         const size_t calls = state.requests[q].size();
         // The log may turn over meanwhile, and a shorter file measures nothing: the calls run again.
@@ -391,20 +403,7 @@ int main(int argc, char** argv) {
     state.floorLog =
         open(local.At("/var/log/floor.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     tarvo::bench::LetFilesSettle();
-    // In rounds as the socket road runs them: a fresh partner for each round of 400 calls.
-    double turn_round = 0;
-    double turn_call = 0;
-    {
-        std::vector<double> rounds;
-        std::vector<double> calls;
-        for (int round = 0; round < (options.quick ? 1 : 31); ++round) {
-            const auto [round_us, call_us] = CallsBetweenTurns(options.quick ? 20 : 400);
-            rounds.push_back(round_us);
-            calls.push_back(call_us);
-        }
-        turn_round = tarvo::bench::Median(rounds);
-        turn_call = tarvo::bench::Median(calls);
-    }
+    const auto [turn_round, turn_call] = CallsBetweenTurns(options.quick ? 1 : 31, options.quick ? 20 : 400);
     auto seconds = tarvo::bench::RunBenchmarks(argc, argv, options);
 
     const std::pair<const char*, const char*> methods[] = {{"number", "get disclaimer number"},

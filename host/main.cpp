@@ -140,20 +140,12 @@ bool StartService(bracken::ser::Service* service, std::string& error) {
     return started;
 }
 
-// Sanitizers make every frame larger: their builds keep the system's stack size.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TARVO_HOST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TARVO_HOST_SANITIZED 1
-#endif
-#endif
-
 // Each connection has a reader and a writer thread, and a 32-bit television has 3 GiB of
 // addresses: the usual 8 MiB stacks of 130 threads would reserve a third of them. 1 MiB is at
 // least twice what the deepest work takes (JSON nested as deep as JsonCpp reads, 1,000 levels).
+// Sanitizers make every frame larger: their builds keep the system's stack size.
 void BoundThreadStacks() {
-#ifndef TARVO_HOST_SANITIZED
+#if !defined(TARVO_ASAN) && !defined(TARVO_TSAN)
     constexpr size_t kThreadStackBytes = 1024 * 1024;
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) return;

@@ -50,14 +50,8 @@ std::string Pattern(size_t size, char seed) {
     return body;
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef TARVO_ASAN
 constexpr bool kAddressSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kAddressSanitizer = true;
-#else
-constexpr bool kAddressSanitizer = false;
-#endif
 #else
 constexpr bool kAddressSanitizer = false;
 #endif
